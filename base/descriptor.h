@@ -1,0 +1,42 @@
+#pragma once
+
+// The owner of a file descriptor: closes it when the owner goes.
+
+#include <unistd.h>
+
+#include <cerrno>
+#include <utility>
+
+namespace Vantrell {
+
+class Descriptor {
+ public:
+  Descriptor() = default;
+  explicit Descriptor(int number) : number_(number) {}
+  Descriptor(Descriptor&& other) noexcept : number_(other.Release()) {}
+  Descriptor& operator=(Descriptor&& other) noexcept {
+    std::swap(number_, other.number_);
+    return *this;
+  }
+  Descriptor(const Descriptor&) = delete;
+  Descriptor& operator=(const Descriptor&) = delete;
+
+  // Keeps errno, so that a failure can still be worded after the clean-up.
+  ~Descriptor() {
+    if (number_ < 0) return;
+    const int savedError = errno;
+    (void)close(number_);
+    errno = savedError;
+  }
+
+  explicit operator bool() const { return number_ >= 0; }
+  int Number() const { return number_; }
+
+  // Hands the descriptor over: the caller closes it.
+  [[nodiscard]] int Release() { return std::exchange(number_, -1); }
+
+ private:
+  int number_ = -1;
+};
+
+}  // namespace Vantrell

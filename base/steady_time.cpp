@@ -1,0 +1,20 @@
+#include "base/steady_time.h"
+
+#include <cerrno>
+#include <chrono>
+#include <ctime>
+
+namespace Vantrell {
+
+int64_t SteadyNowMs() {
+  const auto now = std::chrono::steady_clock::now().time_since_epoch();
+  return std::chrono::duration_cast<std::chrono::milliseconds>(now).count();
+}
+
+void SleepMs(int64_t milliseconds) {
+  timespec rest = {milliseconds / 1000, (milliseconds % 1000) * 1000000};
+  while (nanosleep(&rest, &rest) != 0 && errno == EINTR) {
+  }
+}
+
+}  // namespace Vantrell
