@@ -1,0 +1,102 @@
+#include "settings/settings_file.h"
+
+#include <sys/stat.h>
+
+#include <cctype>
+#include <cstdio>
+#include <vector>
+
+#include "base/deployment.h"
+#include "base/directories.h"
+#include "base/file_content.h"
+#include "base/lines.h"
+#include "base/stream.h"
+
+namespace Vantrell {
+namespace {
+
+// False for a line that sets nothing. Only a "#" in the very first place makes a comment.
+bool SplitSettingLine(const std::string& line, std::string& key, std::string& value) {
+  const size_t equals = line.find('=');
+  if (equals == std::string::npos || line[0] == '#') return false;
+  key = TrimSetting(std::string_view(line).substr(0, equals));
+  value = TrimSetting(std::string_view(line).substr(equals + 1));
+  return true;
+}
+
+void ReplaceOrAppend(std::vector<std::string>& lines, const char* key, const std::string& value) {
+  const std::string newLine = key + ("=" + value);
+  bool replaced = false;
+  for (std::string& line : lines) {
+    std::string lineKey;
+    std::string oldValue;
+    if (!SplitSettingLine(line, lineKey, oldValue) || lineKey != key) continue;
+    line = newLine;
+    replaced = true;
+  }
+  if (!replaced) lines.push_back(newLine);
+}
+
+bool WriteLines(const std::string& path, const std::vector<std::string>& lines) {
+  const Stream file(fopen(path.c_str(), "wbe"));
+  if (!file) return false;
+  for (const std::string& line : lines) {
+    (void)fwrite(line.data(), 1, line.size(), file.get());
+    (void)fputc('\n', file.get());
+  }
+  return fflush(file.get()) == 0 && ferror(file.get()) == 0;
+}
+
+}  // namespace
+
+std::string TrimSetting(std::string_view text) {
+  // npos + 1 is 0: a text of nothing but such characters becomes empty.
+  text = text.substr(0, text.find_last_not_of(" \t\r\n") + 1);
+  const size_t start = text.find_first_not_of(" \t");
+  return start == std::string_view::npos ? "" : std::string(text.substr(start));
+}
+
+std::string ReadSettingFrom(const std::string& path, const char* key, const char* fallback) {
+  for (const std::string& line : SplitLines(ReadWholeFile(path))) {
+    std::string lineKey;
+    std::string value;
+    if (SplitSettingLine(line, lineKey, value) && lineKey == key && !value.empty()) return value;
+  }
+  return fallback == nullptr ? "" : fallback;
+}
+
+std::string ReadSetting(const char* key, const char* fallback) {
+  return ReadSettingFrom(ConfigPath, key, fallback);
+}
+
+bool WriteSettingTo(const std::string& path, const char* key, const std::string& value) {
+  std::vector<std::string> lines = SplitLines(ReadWholeFile(path));
+  ReplaceOrAppend(lines, key, value);
+
+  (void)MakeDirs(path.substr(0, path.rfind('/')), 0755);  // a failure shows at the open
+  const std::string temporary = path + ".tmp";
+  if (!WriteLines(temporary, lines)) return false;
+  (void)chmod(temporary.c_str(), 0644);
+  return rename(temporary.c_str(), path.c_str()) == 0;
+}
+
+bool WriteSetting(const char* key, const std::string& value) {
+  return WriteSettingTo(ConfigPath, key, value);
+}
+
+std::string ChannelOf(std::string setting) {
+  for (char& byte : setting) byte = static_cast<char>(tolower(static_cast<unsigned char>(byte)));
+  return setting == "dev" || setting == "beta" ? setting : "prod";
+}
+
+std::string ReadChannel() { return ChannelOf(ReadSetting("Channel", "prod")); }
+
+std::string HostOf(std::string setting) {
+  if (setting.starts_with("https://")) setting.erase(0, 8);
+  while (setting.ends_with('/')) setting.pop_back();
+  return setting;
+}
+
+std::string ReadEndpoint() { return HostOf(ReadSetting("Endpoint", DefaultUpdateHost)); }
+
+}  // namespace Vantrell
