@@ -1,0 +1,54 @@
+#include "trust/release_block.h"
+
+#include <algorithm>
+#include <cstdint>
+#include <vector>
+
+#include "base/lines.h"
+#include "trust/digest.h"
+#include "update/update.h"
+
+namespace Vantrell {
+namespace {
+
+constexpr char BlockFormat[] = "vantrell-release-v1";
+constexpr size_t HeaderLines = 2;  // format and version
+
+}  // namespace
+
+std::string ManifestDigest(const UpdateManifest& manifest, const std::string& component) {
+  std::vector<std::string> lines;
+  lines.reserve(manifest.files.size());
+  for (const ManifestFile& file : manifest.files) {
+    const std::string size = std::to_string(static_cast<uint64_t>(file.size));
+    lines.push_back(file.name + ":" + file.sha256 + ":" + size);
+  }
+  // Whole lines are sorted: "a.b" comes before "a", since the colon behind the name takes
+  // part. Publishers do the same.
+  std::sort(lines.begin(), lines.end());
+  lines.erase(std::unique(lines.begin(), lines.end()), lines.end());
+
+  std::string text = manifest.version + "|" + component;
+  for (const std::string& line : lines) text += "\n" + line;
+  return Sha256Hex(text);
+}
+
+bool ParseReleaseBlock(const std::string& block, const std::string& version,
+                       const std::string& component, std::string& digest) {
+  const std::vector<std::string> lines = SplitLines(block);
+  if (lines.size() < HeaderLines) return false;
+  if (NormalizeDigest(lines[0]) != BlockFormat) return false;
+  if (NormalizeDigest(lines[1]) != NormalizeDigest(version)) return false;
+
+  for (size_t index = HeaderLines; index < lines.size(); ++index) {
+    const std::string& line = lines[index];
+    const size_t blank = line.find(' ');
+    if (blank == std::string::npos || line.substr(0, blank) != component) continue;
+    // The first line of the component decides, even if a good one follows.
+    digest = NormalizeDigest(line.substr(blank + 1));
+    return digest.size() == DigestLength;
+  }
+  return false;
+}
+
+}  // namespace Vantrell

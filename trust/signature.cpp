@@ -1,0 +1,58 @@
+#include "trust/signature.h"
+
+#include <gnutls/abstract.h>
+#include <gnutls/gnutls.h>
+
+#include <memory>
+
+#include "base/log_line.h"
+
+namespace Vantrell {
+namespace {
+
+struct PublicKeyRelease {
+  void operator()(gnutls_pubkey_t key) const { gnutls_pubkey_deinit(key); }
+};
+using PublicKey = std::unique_ptr<gnutls_pubkey_st, PublicKeyRelease>;
+
+// GnuTLS takes its inputs as mutable data and does not write to them.
+gnutls_datum_t View(const void* bytes, size_t size) {
+  return {static_cast<unsigned char*>(const_cast<void*>(bytes)), static_cast<unsigned>(size)};
+}
+
+// Null when GnuTLS does not take the bytes as a key.
+PublicKey ImportKey(const ReleaseKey& releaseKey) {
+  gnutls_pubkey_t raw = nullptr;
+  if (gnutls_pubkey_init(&raw) < 0) return nullptr;
+  PublicKey key(raw);
+  const gnutls_datum_t der = View(releaseKey.data, releaseKey.size);
+  if (gnutls_pubkey_import(key.get(), &der, GNUTLS_X509_FMT_DER) < 0) return nullptr;
+  return key;
+}
+
+}  // namespace
+
+bool VerifyDigestSignature(std::string_view data, std::string_view signature,
+                           const std::vector<ReleaseKey>& keys) {
+  if (signature.empty()) return false;
+  const gnutls_datum_t dataView = View(data.data(), data.size());
+  const gnutls_datum_t signatureView = View(signature.data(), signature.size());
+
+  for (size_t index = 0; index < keys.size(); ++index) {
+    // A key that cannot be read counts like one that did not sign: the next may have.
+    const PublicKey key = ImportKey(keys[index]);
+    if (!key) continue;
+    const int verdict =
+        gnutls_pubkey_verify_data2(key.get(), GNUTLS_SIGN_RSA_SHA256, 0, &dataView, &signatureView);
+    if (verdict < 0) continue;
+    LogLine("[Update] digest signature verified against release key %zu", index + 1);
+    return true;
+  }
+  return false;
+}
+
+bool VerifyDigestSignature(std::string_view data, std::string_view signature) {
+  return VerifyDigestSignature(data, signature, ReleaseKeys());
+}
+
+}  // namespace Vantrell

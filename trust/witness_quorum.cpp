@@ -1,0 +1,114 @@
+#include "trust/witness_quorum.h"
+
+#include <iterator>
+
+#include "base/deployment.h"
+#include "base/log_line.h"
+#include "trust/digest.h"
+#include "trust/release_block.h"
+#include "trust/signature.h"
+#include "update/https_transport.h"
+#include "update/update.h"
+
+namespace Vantrell {
+namespace {
+
+constexpr int WitnessCount = 3;  // unanimous: all must answer and agree
+
+// What every witness must serve, byte for byte.
+struct SignedRelease {
+  std::string block;
+  std::string signature;
+
+  bool operator==(const SignedRelease&) const = default;
+};
+
+// The witnesses did not agree or could not be reached.
+bool RefuseQuorum(std::string reason, std::string& error) {
+  error = std::move(reason);
+  LogLine("[Update] quorum REFUSED - %s", error.c_str());
+  return false;
+}
+
+// They agreed on something that is not acceptable.
+bool RefuseRelease(std::string reason, std::string& error) {
+  error = std::move(reason);
+  LogLine("[Update] REFUSED - %s", error.c_str());
+  return false;
+}
+
+bool FetchSignedRelease(const std::string& base, const WitnessFetch& fetch, SignedRelease& release,
+                        std::string& fetchError) {
+  return fetch(base + ".release.block", release.block, fetchError) &&
+         fetch(base + ".release.sig", release.signature, fetchError);
+}
+
+bool AgreesOnDigest(const std::string& url, const WitnessFetch& fetch,
+                    const std::string& manifestDigest) {
+  std::string digestText;
+  std::string fetchError;
+  // A digest file that cannot be had counts as out of step, not as down: no transport words.
+  if (!fetch(url, digestText, fetchError)) return false;
+  return NormalizeDigest(digestText) == manifestDigest;
+}
+
+}  // namespace
+
+bool VerifyReleaseQuorum(const UpdateManifest& manifest, const std::string& component,
+                         const std::string& channel, const std::vector<std::string>& witnesses,
+                         const WitnessFetch& fetch, const std::vector<ReleaseKey>& keys,
+                         std::string& error) {
+  const std::string manifestDigest = ManifestDigest(manifest, component);
+  if (manifestDigest.size() != DigestLength) {
+    error = "could not compute the manifest digest";
+    return false;
+  }
+  if (witnesses.size() != WitnessCount) {
+    error = "the witness list is incomplete";
+    return false;
+  }
+
+  SignedRelease reference;
+  for (size_t index = 0; index < witnesses.size(); ++index) {
+    const std::string witness = "witness " + std::to_string(index + 1);
+    const std::string base = witnesses[index] + "/" + channel + "/" + manifest.version;
+    SignedRelease served;
+    std::string fetchError;
+    if (!FetchSignedRelease(base, fetch, served, fetchError)) {
+      return RefuseQuorum(witness + " unreachable: " + fetchError, error);
+    }
+    if (index == 0) reference = served;
+    if (served != reference) {
+      return RefuseQuorum(witness + " serves a different signed release", error);
+    }
+    if (!AgreesOnDigest(base + "." + component + ".sha256", fetch, manifestDigest)) {
+      return RefuseQuorum(witness + " disagrees for " + manifest.version + "/" + component, error);
+    }
+  }
+
+  if (!VerifyDigestSignature(reference.block, reference.signature, keys)) {
+    return RefuseRelease(manifest.version + " is not signed by a Vantrell release key", error);
+  }
+  std::string signedDigest;
+  if (!ParseReleaseBlock(reference.block, manifest.version, component, signedDigest)) {
+    return RefuseRelease("the signed release does not cover " + component, error);
+  }
+  if (signedDigest != manifestDigest) {
+    error = "the signed digest for " + component + " does not match what was offered";
+    LogLine("[Update] REFUSED - %s (signed %s, offered %s)", error.c_str(), signedDigest.c_str(),
+            manifestDigest.c_str());
+    return false;
+  }
+  LogLine("[Update] %s/%s signed by a release key and agreed by %d/%d witnesses",
+          manifest.version.c_str(), component.c_str(), WitnessCount, WitnessCount);
+  return true;
+}
+
+bool VerifyRelease(const UpdateManifest& manifest, const std::string& component,
+                   const std::string& channel, std::string& error) {
+  const std::vector<std::string> witnesses(std::begin(WitnessBaseUrls), std::end(WitnessBaseUrls));
+  return VerifyReleaseQuorum(manifest, component, channel, witnesses, FetchToString, ReleaseKeys(),
+                             error);
+}
+
+}  // namespace Vantrell

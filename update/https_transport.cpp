@@ -1,0 +1,132 @@
+#include "update/https_transport.h"
+
+#include <curl/curl.h>
+
+#include <cstdio>
+#include <memory>
+#include <mutex>
+
+namespace Vantrell {
+namespace {
+
+constexpr char UserAgent[] = "VantrellUpdater/1.0";
+constexpr char AllowedProtocol[] = "https";
+constexpr long ConnectLimitMs = 20000;  // of a GET; a POST has its whole limit for it
+constexpr long FetchLimitMs = 60000;    // one small file, all in
+
+struct CurlCleanup {
+  void operator()(CURL* handle) const { curl_easy_cleanup(handle); }
+};
+using CurlHandle = std::unique_ptr<CURL, CurlCleanup>;
+
+struct HeaderFree {
+  void operator()(curl_slist* list) const { curl_slist_free_all(list); }
+};
+using HeaderList = std::unique_ptr<curl_slist, HeaderFree>;
+
+// curl_slist_append gives the list itself back, or null and leaves the list as it was.
+void AddHeader(HeaderList& list, const std::string& header) {
+  curl_slist* longer = curl_slist_append(list.get(), header.c_str());
+  if (longer == nullptr) return;
+  (void)list.release();
+  list.reset(longer);
+}
+
+CurlHandle MakeHandle() {
+  static std::once_flag globalStart;
+  std::call_once(globalStart, [] { (void)curl_global_init(CURL_GLOBAL_ALL); });
+  return CurlHandle(curl_easy_init());
+}
+
+long ResponseCode(CURL* handle) {
+  long code = 0;
+  (void)curl_easy_getinfo(handle, CURLINFO_RESPONSE_CODE, &code);
+  return code;
+}
+
+}  // namespace
+
+size_t AppendToString(char* data, size_t size, size_t count, void* text) {
+  static_cast<std::string*>(text)->append(data, size * count);
+  return size * count;
+}
+
+size_t WriteToFile(char* data, size_t size, size_t count, void* stream) {
+  // Less than was given makes libcurl end the transfer with its write error.
+  return fwrite(data, size, count, static_cast<FILE*>(stream)) * size;
+}
+
+HttpResult HttpsPostJson(const std::string& host, const std::string& path, const std::string& body,
+                         const std::string& bearerToken, int32_t timeoutMs) {
+  HttpResult result;
+  const CurlHandle handle = MakeHandle();
+  if (!handle) {
+    result.error = "curl_easy_init failed";
+    return result;
+  }
+  const std::string url = "https://" + host + path;
+  HeaderList headers;
+  AddHeader(headers, "Content-Type: application/json");
+  if (!bearerToken.empty()) AddHeader(headers, "Authorization: Bearer " + bearerToken);
+
+  // A redirect is not followed: the caller gets its 3xx.
+  curl_easy_setopt(handle.get(), CURLOPT_URL, url.c_str());
+  curl_easy_setopt(handle.get(), CURLOPT_USERAGENT, UserAgent);
+  curl_easy_setopt(handle.get(), CURLOPT_HTTPHEADER, headers.get());
+  curl_easy_setopt(handle.get(), CURLOPT_POSTFIELDS, body.data());  // not copied: outlives the call
+  curl_easy_setopt(handle.get(), CURLOPT_POSTFIELDSIZE, static_cast<long>(body.size()));
+  curl_easy_setopt(handle.get(), CURLOPT_TIMEOUT_MS, static_cast<long>(timeoutMs));
+  curl_easy_setopt(handle.get(), CURLOPT_NOSIGNAL, 1L);
+  curl_easy_setopt(handle.get(), CURLOPT_PROTOCOLS_STR, AllowedProtocol);
+  curl_easy_setopt(handle.get(), CURLOPT_WRITEFUNCTION, &AppendToString);
+  curl_easy_setopt(handle.get(), CURLOPT_WRITEDATA, &result.body);
+
+  const CURLcode code = curl_easy_perform(handle.get());
+  if (code != CURLE_OK) {
+    result.error = std::string("curl error ") + curl_easy_strerror(code);
+    return result;
+  }
+  result.status = static_cast<int32_t>(ResponseCode(handle.get()));
+  result.ok = true;
+  return result;
+}
+
+bool HttpsGet(const std::string& url, WriteCallback writeCallback, void* sink, long timeoutMs,
+              std::string& error) {
+  const CurlHandle handle = MakeHandle();
+  if (!handle) {
+    error = "curl_easy_init failed";
+    return false;
+  }
+  HeaderList headers;
+  AddHeader(headers, "Cache-Control: no-cache");
+
+  curl_easy_setopt(handle.get(), CURLOPT_URL, url.c_str());
+  curl_easy_setopt(handle.get(), CURLOPT_USERAGENT, UserAgent);
+  curl_easy_setopt(handle.get(), CURLOPT_FOLLOWLOCATION, 1L);
+  curl_easy_setopt(handle.get(), CURLOPT_PROTOCOLS_STR, AllowedProtocol);
+  curl_easy_setopt(handle.get(), CURLOPT_REDIR_PROTOCOLS_STR, AllowedProtocol);
+  curl_easy_setopt(handle.get(), CURLOPT_CONNECTTIMEOUT_MS, ConnectLimitMs);
+  curl_easy_setopt(handle.get(), CURLOPT_TIMEOUT_MS, timeoutMs);
+  curl_easy_setopt(handle.get(), CURLOPT_NOSIGNAL, 1L);
+  curl_easy_setopt(handle.get(), CURLOPT_WRITEFUNCTION, writeCallback);
+  curl_easy_setopt(handle.get(), CURLOPT_WRITEDATA, sink);
+  curl_easy_setopt(handle.get(), CURLOPT_HTTPHEADER, headers.get());
+
+  const CURLcode code = curl_easy_perform(handle.get());
+  if (code != CURLE_OK) {
+    error = std::string("download failed, ") + curl_easy_strerror(code);
+    return false;
+  }
+  const long status = ResponseCode(handle.get());
+  if (status == 200) return true;
+  error = "HTTP " + std::to_string(status);
+  return false;
+}
+
+bool FetchToString(const std::string& url, std::string& body, std::string& error) {
+  body.clear();
+  return HttpsGet(url, AppendToString, &body, FetchLimitMs, error);
+}
+
+}  // namespace Vantrell
