@@ -1,0 +1,30 @@
+#include "identity/client_process.h"
+
+#include <unistd.h>
+
+#include <string>
+
+namespace Vantrell {
+namespace {
+
+// What the kernel puts behind the path of a file that is gone.
+constexpr char DeletedSuffix[] = " (deleted)";
+constexpr size_t LinkLimitBytes = 511;  // a longer link is cut, and so is never the client's
+
+}  // namespace
+
+bool IsClientImage(std::string_view link, bool* wasDeleted) {
+  const bool deleted = link == std::string(ClientBinaryPath) + DeletedSuffix;
+  if (wasDeleted != nullptr) *wasDeleted = deleted;
+  return deleted || link == ClientBinaryPath;
+}
+
+bool IsClientProcess(pid_t pid, bool* wasDeleted) {
+  const std::string path = "/proc/" + std::to_string(pid) + "/exe";
+  char link[LinkLimitBytes + 1] = {};
+  const ssize_t length = readlink(path.c_str(), link, LinkLimitBytes);
+  if (length < 1) return false;
+  return IsClientImage({link, static_cast<size_t>(length)}, wasDeleted);
+}
+
+}  // namespace Vantrell

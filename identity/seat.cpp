@@ -1,0 +1,73 @@
+#include "identity/seat.h"
+
+#include <systemd/sd-login.h>
+
+#include <cstdlib>
+#include <memory>
+
+#include "identity/peer.h"
+
+namespace Vantrell {
+namespace {
+
+struct MemoryFree {
+  void operator()(void* memory) const { free(memory); }
+};
+using OwnedText = std::unique_ptr<char, MemoryFree>;
+
+// Null when the process belongs to no session.
+OwnedText SessionOfProcess(pid_t pid) {
+  char* session = nullptr;
+  if (sd_pid_get_session(pid, &session) < 0) return nullptr;
+  return OwnedText(session);
+}
+
+// Null when nobody's session is active on the seat.
+OwnedText ActiveSessionOf(const char* seat) {
+  char* session = nullptr;
+  if (sd_seat_get_active(seat, &session, nullptr) < 0) return nullptr;
+  return OwnedText(session);
+}
+
+bool IsOnSomeSeat(const char* session) {
+  char* seat = nullptr;
+  const bool known = sd_session_get_seat(session, &seat) >= 0;
+  const OwnedText owned(seat);
+  return known && seat != nullptr;
+}
+
+bool HoldsActiveSession(uid_t uid) {
+  char** seats = nullptr;
+  if (sd_get_seats(&seats) <= 0 || seats == nullptr) return false;
+  const std::unique_ptr<char*, MemoryFree> list(seats);
+  bool found = false;
+  // The walk goes on behind a yes: every name is ours to free.
+  for (char** next = seats; *next != nullptr; ++next) {
+    const OwnedText seat(*next);
+    if (found) continue;
+    const OwnedText session = ActiveSessionOf(seat.get());
+    if (session) found = SessionIsLocalFor(session.get(), uid);
+  }
+  return found;
+}
+
+}  // namespace
+
+bool SessionIsLocalFor(const std::string& session, uid_t uid) {
+  if (sd_session_is_active(session.c_str()) <= 0) return false;
+  if (sd_session_is_remote(session.c_str()) != 0) return false;  // an error counts like remote
+  if (!IsOnSomeSeat(session.c_str())) return false;
+  uid_t owner = 0;
+  return sd_session_get_uid(session.c_str(), &owner) >= 0 && owner == uid;
+}
+
+bool PeerIsSeatedUser(int socket) {
+  const ucred peer = PeerOf(socket);
+  if (peer.pid <= 0) return false;
+  if (peer.uid == 0) return true;
+  const OwnedText session = SessionOfProcess(peer.pid);
+  if (session) return SessionIsLocalFor(session.get(), peer.uid);
+  return HoldsActiveSession(peer.uid);
+}
+
+}  // namespace Vantrell
