@@ -1,0 +1,26 @@
+#pragma once
+
+// The exact texts that are sent to the update server: one JSON object on one line, keys in a
+// fixed order, no white space. Pure functions of their arguments; any thread may call them.
+
+#include <string>
+
+namespace Vantrell {
+
+// The text as a JSON string, with its quotes.
+std::string JsonQuoted(const std::string& text);
+
+// The check request without its install id.
+std::string BuildCheckRequest(const std::string& ring, const std::string& component,
+                              const std::string& currentVersion,
+                              const std::string& driverFingerprint, const std::string& osBuild);
+
+// Adds the install id as the last key of a finished request. The id goes in as it stands,
+// not escaped.
+std::string WithInstallId(std::string request, const std::string& installId);
+
+// A report on an update. The service sends none yet; servers already know the form.
+std::string BuildReportRequest(const std::string& fromVersion, const std::string& toVersion,
+                               const std::string& result, const std::string& detail);
+
+}  // namespace Vantrell

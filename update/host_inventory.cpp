@@ -1,0 +1,60 @@
+#include "update/host_inventory.h"
+
+#include <sys/utsname.h>
+
+#include <cstdio>
+
+#include "apply/process_runner.h"
+#include "base/deployment.h"
+#include "base/directories.h"
+#include "base/file_content.h"
+#include "base/lines.h"
+#include "base/stream.h"
+#include "update/state_directory.h"
+
+namespace Vantrell {
+
+std::string PrettyNameIn(const std::string& osRelease) {
+  constexpr std::string_view Key = "PRETTY_NAME=";
+  std::string name;
+  for (const std::string& line : SplitLines(osRelease)) {
+    if (!line.starts_with(Key)) continue;
+    name = line.substr(Key.size());
+    if (name.size() >= 2 && name.front() == '"' && name.back() == '"') {
+      name = name.substr(1, name.size() - 2);
+    }
+  }
+  return name;
+}
+
+std::string OsBuildString() {
+  std::string build = PrettyNameIn(ReadWholeFile("/etc/os-release"));
+  struct utsname system = {};
+  if (uname(&system) != 0) return build;
+  if (!build.empty()) build += " ";
+  return build + system.release + " " + system.machine;
+}
+
+std::string InstallIdIn(const std::string& stateDir, const std::string& uuidSource) {
+  const std::string path = stateDir + "/install-id";
+  const std::string stored = WithoutLineEnd(ReadWholeFile(path));
+  if (!stored.empty()) return stored;
+
+  const std::string fresh = WithoutLineEnd(ReadWholeFile(uuidSource));
+  if (fresh.empty()) return "unknown";
+  (void)MakeDirs(stateDir, 0755);  // an id that cannot be stored still serves this call
+  const Stream file(fopen(path.c_str(), "wbe"));
+  if (file) (void)fputs((fresh + "\n").c_str(), file.get());
+  return fresh;
+}
+
+std::string InstallId() { return InstallIdIn(StateDir, "/proc/sys/kernel/random/uuid"); }
+
+std::string InstalledClientVersion() {
+  std::string output;
+  const int32_t result =
+      RunProcess({"dpkg-query", "-W", "-f=${Version}", ClientPackageName}, {}, output);
+  return result == 0 ? LastLine(output) : "";
+}
+
+}  // namespace Vantrell

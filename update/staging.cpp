@@ -1,0 +1,93 @@
+#include "update/staging.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstdio>
+
+#include "base/descriptor.h"
+#include "base/directories.h"
+#include "base/stream.h"
+#include "trust/digest.h"
+#include "trust/witness_quorum.h"
+#include "update/https_transport.h"
+#include "update/state_directory.h"
+
+namespace Vantrell {
+namespace {
+
+constexpr long FileLimitMs = 1800000;  // one staged file, all in
+
+Stream OpenForDownload(const std::string& path) {
+  Descriptor file(open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, 0644));
+  if (!file) return nullptr;
+  Stream stream(fdopen(file.Number(), "wb"));
+  if (stream) (void)file.Release();
+  return stream;
+}
+
+bool StageFile(const ManifestFile& file, const std::string& stagingDir, std::string& error) {
+  const std::string path = stagingDir + "/" + file.name;
+  if (!MakeDirs(path.substr(0, path.rfind('/')), 0755)) {
+    error = "cannot create staging subdir for " + file.name;
+    return false;
+  }
+  std::string downloadError;
+  if (!DownloadToFile(file.url, path, downloadError)) {
+    error = file.name + ": " + downloadError;
+    return false;
+  }
+  // From the file as it stands on disk, not from the stream.
+  std::string hash;
+  if (!Sha256File(path, hash)) {
+    error = file.name + ": cannot hash staged file";
+    return false;
+  }
+  if (hash != file.sha256) {
+    error = file.name + ": sha256 mismatch";
+    return false;
+  }
+  return true;
+}
+
+}  // namespace
+
+bool DownloadToFile(const std::string& url, const std::string& path, std::string& error) {
+  Stream stream = OpenForDownload(path);
+  if (!stream) {
+    error = "cannot create staging file";
+    return false;
+  }
+  const bool fetched = HttpsGet(url, WriteToFile, stream.get(), FileLimitMs, error);
+  const bool onDisk = fflush(stream.get()) == 0 && fsync(fileno(stream.get())) == 0;
+  if (fetched && !onDisk) error = "write failed";
+  stream.reset();
+  if (fetched && onDisk) return true;
+  (void)unlink(path.c_str());
+  return false;
+}
+
+bool StageRelease(const UpdateManifest& manifest, const std::string& component,
+                  const std::string& channel, const std::string& stagingDir, std::string& error) {
+  // Before the first write and the first byte of a package.
+  if (!VerifyRelease(manifest, component, channel, error)) return false;
+  if (!MakeDirs(stagingDir, 0755)) {
+    error = "cannot create staging dir";
+    return false;
+  }
+  for (const ManifestFile& file : manifest.files) {
+    if (!StageFile(file, stagingDir, error)) return false;
+  }
+  return true;
+}
+
+std::string ClientStagingDir() {
+  const std::string path = std::string(StateDir) + "/client-staging";
+  (void)MakeDirs(StateDir, 0755);
+  (void)MakeDirs(path, 0755);
+  (void)chmod(path.c_str(), 0755);
+  return path;
+}
+
+}  // namespace Vantrell
