@@ -1,0 +1,171 @@
+#include "apply/apply_transaction.h"
+
+#include <utility>
+#include <vector>
+
+#include "apply/client_replacement.h"
+#include "apply/package_swap.h"
+#include "apply/process_runner.h"
+#include "apply/staged_set.h"
+#include "base/deployment.h"
+#include "base/file_content.h"
+#include "base/lines.h"
+#include "base/log_line.h"
+#include "service/service_state.h"
+#include "settings/maintenance_window.h"
+#include "update/host_inventory.h"
+#include "update/staging.h"
+
+namespace Vantrell {
+namespace {
+
+using ClientUpdateService::serviceState;
+
+constexpr char PackageSuffix[] = ".deb";
+constexpr char PackageArchitecture[] = "amd64";
+
+// Gives the claim back as the very last action of an apply, also when an exception passes.
+struct BusyRelease {
+  BusyRelease() = default;
+  BusyRelease(const BusyRelease&) = delete;
+  BusyRelease& operator=(const BusyRelease&) = delete;
+  ~BusyRelease() { serviceState.applyBusy.exchange(false); }
+};
+
+bool Refuse(std::string reason, std::string& error) {
+  error = std::move(reason);
+  return false;
+}
+
+// Our own copy: a later pass may publish another release while this one is installed.
+bool CopyStaged(UpdateManifest& staged) EXCLUDES_LOCK(serviceState.stateMutex) {
+  const MutexHold hold(serviceState.stateMutex);
+  if (!serviceState.stagedReady) return false;
+  staged = serviceState.staged;
+  return true;
+}
+
+void ClearStaged() EXCLUDES_LOCK(serviceState.stateMutex) {
+  const MutexHold hold(serviceState.stateMutex);
+  serviceState.stagedReady = false;
+}
+
+// Whether an apply may start at all. A live session binds whoever asks.
+bool PassGates(bool ignoreWindow, UpdateManifest& staged, std::string& error) {
+  if (!CopyStaged(staged)) return Refuse("nothing is staged", error);
+  if (serviceState.sessionHolds > 0) return Refuse("a session is live", error);
+  if (!ignoreWindow && !IsWindowOpenNow()) {
+    return Refuse("outside the maintenance window (" + WindowText() + ")", error);
+  }
+  return true;
+}
+
+// The one package of the set; other files are allowed and not used.
+bool ChoosePackage(const std::string& stagedRoot, const UpdateManifest& staged,
+                   std::string& packagePath, std::string& error) {
+  for (const ManifestFile& file : staged.files) {
+    if (!file.name.ends_with(PackageSuffix)) continue;
+    if (!packagePath.empty()) return Refuse("the manifest lists more than one package", error);
+    packagePath = stagedRoot + "/" + file.name;
+  }
+  if (packagePath.empty()) return Refuse("the manifest lists no package", error);
+  return true;
+}
+
+// Whether the package says of itself that it is what the manifest calls it.
+bool TestControlFields(const std::string& packagePath, const std::string& version,
+                       std::string& error) {
+  std::string output;
+  const int32_t result =
+      RunProcess({"dpkg-deb", "-f", packagePath, "Package", "Version", "Architecture"}, {}, output);
+  if (result != 0) return Refuse("the staged package is unreadable: " + LastLine(output), error);
+
+  const std::string package = ClientPackageName;
+  const std::string architecture = PackageArchitecture;
+  const std::string expected =
+      "Package: " + package + "\nVersion: " + version + "\nArchitecture: " + architecture;
+  if (WithoutLineEnd(output) == expected) return true;
+  return Refuse("the staged package is not " + package + " " + version + " " + architecture, error);
+}
+
+// The files are hashed again: staging may have been hours ago.
+bool ProvePackage(const UpdateManifest& staged, std::string& packagePath, std::string& error) {
+  const std::string stagedRoot = ClientStagingDir() + "/" + staged.version;
+  return VerifyStagedSet(stagedRoot, staged, error) &&
+         ChoosePackage(stagedRoot, staged, packagePath, error) &&
+         TestControlFields(packagePath, staged.version, error);
+}
+
+// A requester that still runs stands here twice; one start is made per user all the same.
+std::vector<ClientLaunchContext> CollectContexts(const ClientLaunchContext* requester) {
+  std::vector<ClientLaunchContext> contexts;
+  if (requester != nullptr) contexts.push_back(*requester);
+  for (const int32_t pid : FindClientPids(-1)) {
+    ClientLaunchContext context;
+    if (CaptureClientLaunchContext(pid, context)) contexts.push_back(std::move(context));
+  }
+  return contexts;
+}
+
+bool InstallAndJudge(const UpdateManifest& staged, const std::string& packagePath,
+                     const ClientLaunchContext* requester, std::string& error) {
+  const std::vector<ClientLaunchContext> contexts = CollectContexts(requester);
+  const std::string previousVersion = InstalledClientVersion();
+  const std::string rollbackPath = RollbackCopyPath();
+  const bool hasRollbackCopy = IsRegularFile(rollbackPath);
+  if (!hasRollbackCopy) LogLine("[UpdateSvc] no rollback copy could be taken");
+
+  if (!SwapClientPackage(packagePath, error)) {
+    error = "swap failed; the previous version was left in place (" + error + ")";
+    LogLine("[UpdateSvc] %s", error.c_str());
+    return false;
+  }
+
+  RelaunchOutcome judged;
+  judged.nothingToJudge = true;
+  ReplaceRunningClients(contexts, requester, judged);
+  if (judged.nothingToJudge) {
+    LogLine("[UpdateSvc] applied %s; no console session to relaunch into", staged.version.c_str());
+    return true;
+  }
+  if (JudgeNewClient(judged)) {
+    LogLine("[UpdateSvc] applied %s and relaunched the client", staged.version.c_str());
+    return true;
+  }
+  // Something is judged only where a context was started, so there is a first one.
+  RollBackClient(hasRollbackCopy, rollbackPath, previousVersion, contexts.front(), error);
+  return false;
+}
+
+}  // namespace
+
+bool ApplyStagedUpdate(bool ignoreWindow, const ClientLaunchContext* requester,
+                       std::string& error) {
+  // Before the claim there is nothing to release: it belongs to the other apply.
+  if (serviceState.applyBusy.exchange(true)) {
+    return Refuse("an install is already running", error);
+  }
+  const BusyRelease release;
+  UpdateManifest staged;
+  if (!PassGates(ignoreWindow, staged, error)) return false;
+  std::string packagePath;
+  if (!ProvePackage(staged, packagePath, error)) return false;
+  if (!InstallAndJudge(staged, packagePath, requester, error)) return false;
+
+  RecordAppliedSet(staged, packagePath);
+  ClearStaged();
+  return true;
+}
+
+bool TryAutomaticApply() {
+  if (!ClientUpdateService::IsReleaseStaged()) return false;
+  std::string error;
+  if (!ApplyStagedUpdate(false, nullptr, error)) {
+    LogLine("[UpdateSvc] holding: %s", error.c_str());
+    return false;
+  }
+  ClientUpdateService::StopForNewBuild();
+  return true;
+}
+
+}  // namespace Vantrell

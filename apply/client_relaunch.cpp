@@ -1,0 +1,50 @@
+#include "apply/client_relaunch.h"
+
+#include <pwd.h>
+
+#include <ctime>
+#include <string>
+#include <vector>
+
+#include "apply/process_runner.h"
+#include "base/log_line.h"
+#include "identity/client_process.h"
+
+namespace Vantrell {
+namespace {
+
+std::vector<std::string> StartCommand(const std::string& user, const std::string& unit,
+                                      const ClientLaunchContext& context) {
+  std::vector<std::string> command = {
+      "systemd-run",    "--user",    "--machine=" + user + "@.host",
+      "--unit=" + unit, "--collect", "--quiet",
+  };
+  for (const std::string& entry : context.env) command.push_back("--setenv=" + entry);
+  command.emplace_back("--");
+  command.emplace_back(ClientBinaryPath);
+  command.insert(command.end(), context.args.begin(), context.args.end());
+  return command;
+}
+
+}  // namespace
+
+RelaunchOutcome RelaunchClient(const ClientLaunchContext& context) {
+  RelaunchOutcome outcome;
+  outcome.nothingToJudge = true;
+  const passwd* account = getpwuid(context.uid);
+  if (account == nullptr) return outcome;
+  outcome.user = account->pw_name;
+
+  const std::string unit = "vantrell-harbor-relaunch-" + std::to_string(time(nullptr));
+  std::string output;
+  if (RunProcess(StartCommand(outcome.user, unit, context), {}, output) != 0) {
+    LogLine("[UpdateSvc] could not start the client in %s's session: %s", outcome.user.c_str(),
+            LastLine(output).c_str());
+    return outcome;
+  }
+  outcome.unit = unit;
+  outcome.nothingToJudge = false;
+  return outcome;
+}
+
+}  // namespace Vantrell
