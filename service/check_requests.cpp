@@ -1,0 +1,40 @@
+#include "service/check_requests.h"
+
+#include <string_view>
+#include <thread>
+
+#include "base/log_line.h"
+#include "identity/seat.h"
+#include "settings/settings_file.h"
+#include "update/update.h"
+
+namespace Vantrell::ClientUpdateService {
+namespace {
+
+constexpr std::string_view SetRingVerb = "SETRING ";
+
+void StartCheckPass() {
+  std::thread([] { (void)RunCheckPass(); }).detach();
+}
+
+}  // namespace
+
+std::string AnswerCheck(const std::string&, int) {
+  StartCheckPass();
+  return "OK checking";
+}
+
+std::string AnswerSetRing(const std::string& line, int connection) {
+  const std::string ring = line.substr(SetRingVerb.size());
+  // Before the rights: an unknown ring is told to anyone.
+  if (ring != "dev" && ring != "beta" && ring != "prod") return "ERR unknown ring";
+  if (!PeerIsSeatedUser(connection)) {
+    return "ERR only a signed-in user at this machine may change the update channel";
+  }
+  if (!WriteSetting("Channel", ring)) return "ERR could not write the update channel";
+  LogLine("[UpdateSvc] ring set to %s", ring.c_str());
+  StartCheckPass();
+  return "OK";
+}
+
+}  // namespace Vantrell::ClientUpdateService
