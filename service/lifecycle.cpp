@@ -13,6 +13,7 @@
 #include <cstring>
 #include <thread>
 
+#include "base/build_stamp.h"
 #include "base/deployment.h"
 #include "base/descriptor.h"
 #include "base/directories.h"
