@@ -29,15 +29,16 @@ RelaunchOutcome StartNewClient(const ClientLaunchContext& context) {
   return IsKioskClient(context) ? RestartKioskClient(context) : RelaunchClient(context);
 }
 
-// A process that nobody has reaped yet still counts as alive.
-bool IsAlivePid(int32_t pid) {
+// One look each, which logs a client that is gone. A process that nobody has reaped yet still
+// counts as alive.
+bool StayedByPid(int32_t pid) {
   if (kill(pid, 0) == 0) return true;
   LogLine("[UpdateSvc] the new client exited within %ums", JudgementMs);
   return false;
 }
 
 // A query that fails counts like a client that is gone.
-bool IsAliveUnit(const std::string& user, const std::string& unit) {
+bool StayedByUnit(const std::string& user, const std::string& unit) {
   std::string output;
   (void)RunProcess({"systemctl", "--user", "--machine=" + user + "@.host", "show", "-p",
                     "ActiveState", "--value", unit},
@@ -74,7 +75,7 @@ bool JudgeNewClient(const RelaunchOutcome& judged) {
   const int64_t deadline = SteadyNowMs() + JudgementMs;
   while (SteadyNowMs() < deadline) {
     const bool alive =
-        judged.pid != 0 ? IsAlivePid(judged.pid) : IsAliveUnit(judged.user, judged.unit);
+        judged.pid != 0 ? StayedByPid(judged.pid) : StayedByUnit(judged.user, judged.unit);
     if (!alive) return false;
     SleepMs(LookIntervalMs);
   }
@@ -95,7 +96,7 @@ void RollBackClient(bool hasRollbackCopy, const std::string& rollbackPath,
   } else {
     LogLine("[UpdateSvc] rollback failed: %s", swapError.c_str());
   }
-  // The same sentence either way: clients know it, and the log line above tells the difference.
+  // The same sentence after a failed install, and meant so: the log line above tells which.
   error = "the updated client did not stay running; the previous version was restored";
 }
 

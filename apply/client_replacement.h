@@ -18,8 +18,9 @@ namespace Vantrell {
 bool IsKioskClient(const ClientLaunchContext& context);
 
 // Ends every client of `contexts` by SIGTERM, but never the requester (null: there is none),
-// which ends by itself; gives each up to 10 s, and starts one client for each user. `judged`
-// comes in with nothing to judge and becomes the first outcome that has something.
+// which ends by itself; gives each that no supervisor keeps up to 10 s, and starts one client for
+// each user. `judged` comes in with nothing to judge and becomes the first outcome that has
+// something.
 void ReplaceRunningClients(const std::vector<ClientLaunchContext>& contexts,
                            const ClientLaunchContext* requester, RelaunchOutcome& judged);
 
@@ -27,7 +28,8 @@ void ReplaceRunningClients(const std::vector<ClientLaunchContext>& contexts,
 // has it.
 [[nodiscard]] bool JudgeNewClient(const RelaunchOutcome& judged);
 
-// Installs the rollback copy and starts a client of `firstContext` again. `error` becomes the
+// Installs the rollback copy, if there is one, and then starts a client of `firstContext`
+// again. `error` becomes the
 // final words of the apply; what failed on the way is in the log. `previousVersion` is for the
 // log alone.
 void RollBackClient(bool hasRollbackCopy, const std::string& rollbackPath,

@@ -42,9 +42,11 @@ bool SwapClientPackage(const std::string& packagePath, std::string& error) {
 }
 
 void RecordAppliedSet(const UpdateManifest& manifest, const std::string& packagePath) {
+  // Closed last of all: until then nobody may count on the text.
   const Stream record(fopen(InstalledRecordPath().c_str(), "wbe"));
   for (const ManifestFile& file : manifest.files) {
-    if (record) (void)fputs(InstalledRecordLine(file).c_str(), record.get());
+    const std::string line = InstalledRecordLine(file);
+    if (record) (void)fwrite(line.data(), 1, line.size(), record.get());
   }
 
   (void)RemoveTree(ClientRollbackDir());

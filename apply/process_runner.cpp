@@ -9,6 +9,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <utility>
 
 #include "base/descriptor.h"
 #include "base/lines.h"
@@ -47,6 +48,10 @@ bool Spawn(const std::vector<std::string>& argv, const std::vector<std::string>&
   (void)posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
   (void)posix_spawn_file_actions_adddup2(&actions, outputEnd, STDOUT_FILENO);
   (void)posix_spawn_file_actions_adddup2(&actions, outputEnd, STDERR_FILENO);
+  // libcurl makes its sockets without close-on-exec: a transfer on another thread must not
+  // live on in a tool, nor in what a maintainer script leaves behind.
+  (void)posix_spawn_file_actions_addclosefrom_np(&actions, STDERR_FILENO + 1);
+  // No attributes: a child keeps the service's signal settings, an ignored SIGPIPE included.
   const int failure = posix_spawnp(&child, argv[0].c_str(), &actions, nullptr,
                                    Pointers(argv).data(), Pointers(environment).data());
   (void)posix_spawn_file_actions_destroy(&actions);

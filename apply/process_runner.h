@@ -15,8 +15,9 @@ namespace Vantrell {
 // time limit, and for whoever else holds its output open. It has no input and inherits the
 // environment, with `extraEnv` (NAME=value) behind it. `output` is what it wrote on standard
 // output and standard error, as one stream, of which the first 256 KiB or a little more are
-// kept. The result is its exit code, or -1 when a signal ended it or it could not be started:
-// `output` then is "cannot run " and the program.
+// kept. The result is its exit code, or -1 when a signal ended it. When it could not be started
+// the result is -1 and `output` "cannot run " and the program, or `output` as it was where
+// there was not even a pipe.
 int32_t RunProcess(const std::vector<std::string>& argv, const std::vector<std::string>& extraEnv,
                    std::string& output);
 

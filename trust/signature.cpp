@@ -3,6 +3,7 @@
 #include <gnutls/abstract.h>
 #include <gnutls/gnutls.h>
 
+#include <limits>
 #include <memory>
 
 #include "base/log_line.h"
@@ -14,6 +15,12 @@ struct PublicKeyRelease {
   void operator()(gnutls_pubkey_t key) const { gnutls_pubkey_deinit(key); }
 };
 using PublicKey = std::unique_ptr<gnutls_pubkey_st, PublicKeyRelease>;
+
+// GnuTLS counts in 32 bits: of anything longer only the first part would be tested, and what
+// stands behind it would pass for signed.
+bool FitsGnuTls(std::string_view bytes) {
+  return bytes.size() <= std::numeric_limits<unsigned>::max();
+}
 
 // GnuTLS takes its inputs as mutable data and does not write to them.
 gnutls_datum_t View(const void* bytes, size_t size) {
@@ -34,7 +41,7 @@ PublicKey ImportKey(const ReleaseKey& releaseKey) {
 
 bool VerifyDigestSignature(std::string_view data, std::string_view signature,
                            const std::vector<ReleaseKey>& keys) {
-  if (signature.empty()) return false;
+  if (signature.empty() || !FitsGnuTls(signature) || !FitsGnuTls(data)) return false;
   const gnutls_datum_t dataView = View(data.data(), data.size());
   const gnutls_datum_t signatureView = View(signature.data(), signature.size());
 

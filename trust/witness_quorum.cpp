@@ -1,6 +1,7 @@
 #include "trust/witness_quorum.h"
 
 #include <iterator>
+#include <utility>
 
 #include "base/deployment.h"
 #include "base/log_line.h"
@@ -52,6 +53,36 @@ bool AgreesOnDigest(const std::string& url, const WitnessFetch& fetch,
   return NormalizeDigest(digestText) == manifestDigest;
 }
 
+// What is the same for all three witnesses of one pass.
+struct Offer {
+  const UpdateManifest& manifest;
+  const std::string& component;
+  const std::string& channel;
+  const std::string& manifestDigest;
+};
+
+// One witness's turn, counted from 1. The first one's files become the `reference`, which the
+// others must match.
+bool AskWitness(size_t number, const std::string& baseUrl, const Offer& offer,
+                const WitnessFetch& fetch, SignedRelease& reference, std::string& error) {
+  const std::string witness = "witness " + std::to_string(number);
+  const std::string release = baseUrl + "/" + offer.channel + "/" + offer.manifest.version;
+  SignedRelease served;
+  std::string fetchError;
+  if (!FetchSignedRelease(release, fetch, served, fetchError)) {
+    return RefuseQuorum(witness + " unreachable: " + fetchError, error);
+  }
+  if (number == 1) reference = served;
+  if (served != reference) {
+    return RefuseQuorum(witness + " serves a different signed release", error);
+  }
+  if (!AgreesOnDigest(release + "." + offer.component + ".sha256", fetch, offer.manifestDigest)) {
+    const std::string which = offer.manifest.version + "/" + offer.component;
+    return RefuseQuorum(witness + " disagrees for " + which, error);
+  }
+  return true;
+}
+
 }  // namespace
 
 bool VerifyReleaseQuorum(const UpdateManifest& manifest, const std::string& component,
@@ -67,25 +98,13 @@ bool VerifyReleaseQuorum(const UpdateManifest& manifest, const std::string& comp
     error = "the witness list is incomplete";
     return false;
   }
-
+  const Offer offer = {manifest, component, channel, manifestDigest};
   SignedRelease reference;
   for (size_t index = 0; index < witnesses.size(); ++index) {
-    const std::string witness = "witness " + std::to_string(index + 1);
-    const std::string base = witnesses[index] + "/" + channel + "/" + manifest.version;
-    SignedRelease served;
-    std::string fetchError;
-    if (!FetchSignedRelease(base, fetch, served, fetchError)) {
-      return RefuseQuorum(witness + " unreachable: " + fetchError, error);
-    }
-    if (index == 0) reference = served;
-    if (served != reference) {
-      return RefuseQuorum(witness + " serves a different signed release", error);
-    }
-    if (!AgreesOnDigest(base + "." + component + ".sha256", fetch, manifestDigest)) {
-      return RefuseQuorum(witness + " disagrees for " + manifest.version + "/" + component, error);
-    }
+    if (!AskWitness(index + 1, witnesses[index], offer, fetch, reference, error)) return false;
   }
 
+  // Only what all three agree on is worth a look at its signature, and one look is enough.
   if (!VerifyDigestSignature(reference.block, reference.signature, keys)) {
     return RefuseRelease(manifest.version + " is not signed by a Vantrell release key", error);
   }

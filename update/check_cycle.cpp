@@ -1,6 +1,6 @@
-#include <malloc.h>
+#include "update/update.h"
 
-#include <utility>
+#include <malloc.h>
 
 #include "base/deployment.h"
 #include "base/directories.h"
@@ -14,7 +14,6 @@
 #include "update/installed_record.h"
 #include "update/manifest.h"
 #include "update/staging.h"
-#include "update/update.h"
 
 namespace Vantrell {
 namespace {
@@ -69,7 +68,8 @@ void PublishStaged(const UpdateManifest& manifest) EXCLUDES_LOCK(serviceState.st
 
 void StageOffer(const UpdateManifest& manifest) {
   const std::string stagingDir = ClientStagingDir() + "/" + manifest.version;
-  // Nothing left by an earlier pass is reused.
+  // Nothing left by an earlier pass is reused. The version is taken as it stands: only file
+  // names are judged as paths, and the server is believed that much before the proof.
   (void)RemoveTree(stagingDir);
   std::string error;
   // The ring is read again: a SETRING since the request decides where the proof is looked for.

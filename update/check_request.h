@@ -19,7 +19,7 @@ std::string BuildCheckRequest(const std::string& ring, const std::string& compon
 // not escaped.
 std::string WithInstallId(std::string request, const std::string& installId);
 
-// A report on an update. The service sends none yet; servers already know the form.
+// A report on an update. Nothing sends it, and no path of the server takes it.
 std::string BuildReportRequest(const std::string& fromVersion, const std::string& toVersion,
                                const std::string& result, const std::string& detail);
 

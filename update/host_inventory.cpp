@@ -3,6 +3,7 @@
 #include <sys/utsname.h>
 
 #include <cstdio>
+#include <string_view>
 
 #include "apply/process_runner.h"
 #include "base/deployment.h"

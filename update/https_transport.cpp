@@ -34,6 +34,7 @@ void AddHeader(HeaderList& list, const std::string& header) {
 
 CurlHandle MakeHandle() {
   static std::once_flag globalStart;
+  // If it fails, so does every handle, and those are tested.
   std::call_once(globalStart, [] { (void)curl_global_init(CURL_GLOBAL_ALL); });
   return CurlHandle(curl_easy_init());
 }
@@ -70,16 +71,17 @@ HttpResult HttpsPostJson(const std::string& host, const std::string& path, const
   if (!bearerToken.empty()) AddHeader(headers, "Authorization: Bearer " + bearerToken);
 
   // A redirect is not followed: the caller gets its 3xx.
-  curl_easy_setopt(handle.get(), CURLOPT_URL, url.c_str());
-  curl_easy_setopt(handle.get(), CURLOPT_USERAGENT, UserAgent);
-  curl_easy_setopt(handle.get(), CURLOPT_HTTPHEADER, headers.get());
-  curl_easy_setopt(handle.get(), CURLOPT_POSTFIELDS, body.data());  // not copied: outlives the call
-  curl_easy_setopt(handle.get(), CURLOPT_POSTFIELDSIZE, static_cast<long>(body.size()));
-  curl_easy_setopt(handle.get(), CURLOPT_TIMEOUT_MS, static_cast<long>(timeoutMs));
-  curl_easy_setopt(handle.get(), CURLOPT_NOSIGNAL, 1L);
-  curl_easy_setopt(handle.get(), CURLOPT_PROTOCOLS_STR, AllowedProtocol);
-  curl_easy_setopt(handle.get(), CURLOPT_WRITEFUNCTION, &AppendToString);
-  curl_easy_setopt(handle.get(), CURLOPT_WRITEDATA, &result.body);
+  (void)curl_easy_setopt(handle.get(), CURLOPT_URL, url.c_str());
+  (void)curl_easy_setopt(handle.get(), CURLOPT_USERAGENT, UserAgent);
+  (void)curl_easy_setopt(handle.get(), CURLOPT_HTTPHEADER, headers.get());
+  (void)curl_easy_setopt(handle.get(), CURLOPT_POSTFIELDS,
+                         body.data());  // not copied: outlives the call
+  (void)curl_easy_setopt(handle.get(), CURLOPT_POSTFIELDSIZE, static_cast<long>(body.size()));
+  (void)curl_easy_setopt(handle.get(), CURLOPT_TIMEOUT_MS, static_cast<long>(timeoutMs));
+  (void)curl_easy_setopt(handle.get(), CURLOPT_NOSIGNAL, 1L);
+  (void)curl_easy_setopt(handle.get(), CURLOPT_PROTOCOLS_STR, AllowedProtocol);
+  (void)curl_easy_setopt(handle.get(), CURLOPT_WRITEFUNCTION, &AppendToString);
+  (void)curl_easy_setopt(handle.get(), CURLOPT_WRITEDATA, &result.body);
 
   const CURLcode code = curl_easy_perform(handle.get());
   if (code != CURLE_OK) {
@@ -101,17 +103,17 @@ bool HttpsGet(const std::string& url, WriteCallback writeCallback, void* sink, l
   HeaderList headers;
   AddHeader(headers, "Cache-Control: no-cache");
 
-  curl_easy_setopt(handle.get(), CURLOPT_URL, url.c_str());
-  curl_easy_setopt(handle.get(), CURLOPT_USERAGENT, UserAgent);
-  curl_easy_setopt(handle.get(), CURLOPT_FOLLOWLOCATION, 1L);
-  curl_easy_setopt(handle.get(), CURLOPT_PROTOCOLS_STR, AllowedProtocol);
-  curl_easy_setopt(handle.get(), CURLOPT_REDIR_PROTOCOLS_STR, AllowedProtocol);
-  curl_easy_setopt(handle.get(), CURLOPT_CONNECTTIMEOUT_MS, ConnectLimitMs);
-  curl_easy_setopt(handle.get(), CURLOPT_TIMEOUT_MS, timeoutMs);
-  curl_easy_setopt(handle.get(), CURLOPT_NOSIGNAL, 1L);
-  curl_easy_setopt(handle.get(), CURLOPT_WRITEFUNCTION, writeCallback);
-  curl_easy_setopt(handle.get(), CURLOPT_WRITEDATA, sink);
-  curl_easy_setopt(handle.get(), CURLOPT_HTTPHEADER, headers.get());
+  (void)curl_easy_setopt(handle.get(), CURLOPT_URL, url.c_str());
+  (void)curl_easy_setopt(handle.get(), CURLOPT_USERAGENT, UserAgent);
+  (void)curl_easy_setopt(handle.get(), CURLOPT_FOLLOWLOCATION, 1L);
+  (void)curl_easy_setopt(handle.get(), CURLOPT_PROTOCOLS_STR, AllowedProtocol);
+  (void)curl_easy_setopt(handle.get(), CURLOPT_REDIR_PROTOCOLS_STR, AllowedProtocol);
+  (void)curl_easy_setopt(handle.get(), CURLOPT_CONNECTTIMEOUT_MS, ConnectLimitMs);
+  (void)curl_easy_setopt(handle.get(), CURLOPT_TIMEOUT_MS, timeoutMs);
+  (void)curl_easy_setopt(handle.get(), CURLOPT_NOSIGNAL, 1L);
+  (void)curl_easy_setopt(handle.get(), CURLOPT_WRITEFUNCTION, writeCallback);
+  (void)curl_easy_setopt(handle.get(), CURLOPT_WRITEDATA, sink);
+  (void)curl_easy_setopt(handle.get(), CURLOPT_HTTPHEADER, headers.get());
 
   const CURLcode code = curl_easy_perform(handle.get());
   if (code != CURLE_OK) {

@@ -14,7 +14,7 @@ struct HttpResult {
   bool ok = false;     // the transfer finished; says nothing of the HTTP status
   int32_t status = 0;  // HTTP status, only when ok
   std::string body;    // as received, also for an error status
-  std::string error;   // "curl error ...", when not ok
+  std::string error;   // why not, when not ok: "curl error ..." or "curl_easy_init failed"
 };
 
 // A libcurl write function: takes size * count bytes, returns how many it took.
@@ -28,8 +28,8 @@ HttpResult HttpsPostJson(const std::string& host, const std::string& path, const
                          const std::string& bearerToken, int32_t timeoutMs);
 
 // Gets a URL and follows redirects, to https only. True only for a final 200; otherwise
-// `error` is "download failed, ..." or "HTTP " and the status, and what the sink was given is
-// to be thrown away. `timeoutMs` limits the whole transfer.
+// `error` is "download failed, ...", "HTTP " and the status, or "curl_easy_init failed", and what
+// the sink was given is to be thrown away. `timeoutMs` limits the whole transfer.
 [[nodiscard]] bool HttpsGet(const std::string& url, WriteCallback writeCallback, void* sink,
                             long timeoutMs, std::string& error);
 

@@ -9,7 +9,7 @@
 
 namespace Vantrell {
 
-// Path of the record.
+// Written by an accepted apply, read by check passes.
 std::string InstalledRecordPath();
 
 // One line of the record, with its line feed.

@@ -25,7 +25,8 @@ struct UpdateManifest {
 };
 
 // Asks the update server once, stages what it offers if that is new and proved, and publishes
-// the outcome as status and staged release of the service. Every outcome is logged here.
+// the outcome as status and staged release of the service. Whatever changes the status is in
+// the log when this returns.
 // True when the server answered, with any HTTP status; false when the transfer failed.
 // Any thread; passes may overlap. Blocks for the request and for all downloads.
 bool RunCheckPass();
