@@ -1,6 +1,5 @@
 #include "service/check_requests.h"
 
-#include <string_view>
 #include <thread>
 
 #include "base/log_line.h"
@@ -10,8 +9,6 @@
 
 namespace Vantrell::ClientUpdateService {
 namespace {
-
-constexpr std::string_view SetRingVerb = "SETRING ";
 
 void StartCheckPass() {
   std::thread([] { (void)RunCheckPass(); }).detach();

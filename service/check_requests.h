@@ -5,8 +5,12 @@
 // the background thread does not change. Called on connection threads.
 
 #include <string>
+#include <string_view>
 
 namespace Vantrell::ClientUpdateService {
+
+// The ring follows the blank.
+constexpr std::string_view SetRingVerb = "SETRING ";
 
 // CHECK: anyone may ask. The reply without its line feed; the arguments are not looked at.
 std::string AnswerCheck(const std::string& line, int connection);

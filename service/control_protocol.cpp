@@ -63,7 +63,7 @@ struct Verb {
 // The first row that begins the line serves it; what follows a verb is ignored. Clients rely
 // on that, so it is not to be tightened to whole lines.
 constexpr Verb Verbs[] = {
-    {"STATUS", AnswerStatus}, {"CHECK", AnswerCheck}, {"SETRING ", AnswerSetRing},
+    {"STATUS", AnswerStatus}, {"CHECK", AnswerCheck}, {SetRingVerb, AnswerSetRing},
     {"WINDOW", AnswerWindow}, {"APPLY", AnswerApply},
 };
 

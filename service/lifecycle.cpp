@@ -4,8 +4,6 @@
 #include <signal.h>
 #include <sys/eventfd.h>
 #include <sys/socket.h>
-#include <sys/stat.h>
-#include <sys/un.h>
 #include <systemd/sd-daemon.h>
 #include <unistd.h>
 
@@ -16,11 +14,11 @@
 #include "base/build_stamp.h"
 #include "base/deployment.h"
 #include "base/descriptor.h"
-#include "base/directories.h"
 #include "base/log_line.h"
 #include "base/steady_time.h"
 #include "service/background_loop.h"
 #include "service/control_protocol.h"
+#include "service/listening_socket.h"
 #include "service/service_state.h"
 #include "settings/maintenance_window.h"
 #include "settings/settings_file.h"
@@ -28,12 +26,10 @@
 namespace Vantrell::ClientUpdateService {
 namespace {
 
-constexpr char RunDir[] = "/run/vantrell";
-constexpr int InheritedSocket = SD_LISTEN_FDS_START;  // 3
-constexpr int ListenBacklog = 16;
 constexpr int ConnectionLimit = 32;  // live connection threads
 constexpr int64_t StopPollMs = 200;
 
+// No more than this is safe in a handler: the main thread wakes and does the notifying.
 void OnStopSignal(int) {
   const int savedError = errno;
   serviceState.stopRequested.exchange(true);
@@ -52,26 +48,6 @@ void InstallSignalHandlers() {
   (void)signal(SIGPIPE, SIG_IGN);
 }
 
-bool BindAndListen(int listener) {
-  sockaddr_un address = {};
-  address.sun_family = AF_UNIX;
-  (void)strncpy(address.sun_path, SocketPath, sizeof address.sun_path - 1);
-  (void)unlink(SocketPath);  // what a crash left behind
-  // Any local process may connect; each request says who may do what.
-  return bind(listener, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0 &&
-         chmod(SocketPath, 0666) == 0 && listen(listener, ListenBacklog) == 0;
-}
-
-// -1, and the reason in errno, when there is none to be had.
-int OpenListener() {
-  // The environment is left alone, and an inherited socket is neither examined nor changed.
-  if (sd_listen_fds(0) == 1) return InheritedSocket;
-  (void)MakeDirs(RunDir, 0755);  // a failure shows at the bind
-  Descriptor listener(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
-  if (!listener || !BindAndListen(listener.Number())) return -1;
-  return listener.Release();
-}
-
 void LogStart() {
   const std::string window = WindowText();
   const std::string ring = ReadChannel();
@@ -79,6 +55,7 @@ void LogStart() {
           BuildStamp, SocketPath, ring.c_str(), ReleaseComponent, window.c_str());
 }
 
+// Silent throughout: a peer that is refused, or gone again already, is no event.
 void AcceptConnection(int listener) {
   Descriptor connection(accept4(listener, nullptr, nullptr, SOCK_CLOEXEC));
   if (!connection) return;
@@ -109,12 +86,11 @@ int Stop(int listener) {
   if (serviceState.backgroundThread.joinable()) serviceState.backgroundThread.join();
   while (serviceState.applyBusy) SleepMs(StopPollMs);  // an apply is never cut short
 
-  // The path of an inherited socket is the service manager's.
-  if (listener != InheritedSocket) (void)unlink(SocketPath);
-  const bool forNewBuild = serviceState.restartForNewBuild;
-  LogLine("[UpdateSvc] stopping%s", forNewBuild ? " for the new build" : "");
+  RemoveOwnSocket(listener);
+  LogLine("[UpdateSvc] stopping%s", serviceState.restartForNewBuild ? " for the new build" : "");
   // The last thing of all: stopping is reported when the work has ended.
   (void)sd_notify(0, "STOPPING=1");
+  // Read again: an apply gives its claim back before it asks for the new build.
   return serviceState.restartForNewBuild ? StoppedForNewBuild : Stopped;
 }
 

@@ -37,8 +37,8 @@ void StopForNewBuild() {
   serviceState.restartForNewBuild.exchange(true);
   serviceState.stopRequested.exchange(true);
   SignalStopEvent();
-  // Without wakeMutex: a wake-up that falls just before the wait is missed, and the stop then
-  // comes with the next pass. That is accepted; no stopper ever waits for a lock.
+  // Without wakeMutex: a wake-up that falls just before the wait is missed, and the thread
+  // then sees the stop at its deadline. That is accepted: no stopper ever waits for a lock.
   serviceState.wake.notify_all();
 }
 
