@@ -76,6 +76,8 @@ bool CaptureClientLaunchContext(pid_t pid, ClientLaunchContext& context) {
   context.uid = static_cast<uint32_t>(uid);
   if (uid == -1) return false;
 
+  // What cannot be read from here on stays empty: a process that ends meanwhile is still worth
+  // the half of it that there is.
   context.args = SplitNulSeparated(ProcessFile(pid, "cmdline"));
   if (!context.args.empty()) context.args.erase(context.args.begin());
   context.env = KeptEnvironment(SplitNulSeparated(ProcessFile(pid, "environ")));

@@ -66,6 +66,7 @@ bool PeerIsSeatedUser(int socket) {
   if (peer.pid <= 0) return false;
   if (peer.uid == 0) return true;
   const OwnedText session = SessionOfProcess(peer.pid);
+  // Final: who came by a remote login is refused even while the same user sits at a seat.
   if (session) return SessionIsLocalFor(session.get(), peer.uid);
   return HoldsActiveSession(peer.uid);
 }

@@ -20,9 +20,11 @@ constexpr uint32_t ClientExitLimitMs = 30000;
 
 std::string AnswerApply(const std::string&, int connection) {
   if (!IsReleaseStaged()) return "ERR nothing is staged";
+  // Without a lock: a session that starts behind this look meets the gate of the apply.
   if (serviceState.sessionHolds > 0) return "ERR a session is live";
 
   ApplyRequest request;
+  // Refuses nothing: it only decides whether the apply may ignore the maintenance window.
   request.seatAuthorized = PeerIsSeatedUser(connection);
   const ucred peer = PeerOf(connection);
   request.hasClient = peer.pid > 0 && CaptureClientLaunchContext(peer.pid, request.client);

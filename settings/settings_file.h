@@ -2,8 +2,9 @@
 
 // The one settings file: lines of Key=value. It is never cached: each use of a setting opens
 // the file, so that an edit by hand works at the next use. No lock is taken: a rewrite
-// arrives by rename, and a reader sees the old file or the new one. Any thread may call
-// everything here; nothing here logs.
+// arrives by rename, and a reader sees the old file or the new one. Two writers at once share
+// one temporary file; that is accepted, since only a user at the machine makes one write. Any
+// thread may call everything here; nothing here logs.
 
 #include <string>
 #include <string_view>
@@ -22,8 +23,9 @@ std::string ReadSetting(const char* key, const char* fallback);
 std::string ReadSettingFrom(const std::string& path, const char* key, const char* fallback);
 
 // Replaces every line of the key, or adds one at the end, and keeps all other lines byte for
-// byte. True when the new file, mode 0644, is in place. On false the old file is untouched,
-// and a file of the same name with ".tmp" behind it may be left. Nothing is synced to disk.
+// byte; a file that cannot be read counts as empty. True when the new file, mode 0644, is in
+// place. On false the old file is untouched, and a file of the same name with ".tmp" behind it
+// may be left. Nothing is synced to disk.
 [[nodiscard]] bool WriteSetting(const char* key, const std::string& value);
 [[nodiscard]] bool WriteSettingTo(const std::string& path, const char* key,
                                   const std::string& value);

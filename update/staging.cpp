@@ -83,7 +83,7 @@ bool StageRelease(const UpdateManifest& manifest, const std::string& component,
 }
 
 std::string ClientStagingDir() {
-  const std::string path = std::string(StateDir) + "/client-staging";
+  std::string path = std::string(StateDir) + "/client-staging";
   (void)MakeDirs(StateDir, 0755);
   (void)MakeDirs(path, 0755);
   (void)chmod(path.c_str(), 0755);
