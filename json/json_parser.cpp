@@ -1,0 +1,345 @@
+#include "json/json_parser.h"
+
+#include <algorithm>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <map>
+#include <string_view>
+#include <utility>
+
+namespace Vantrell {
+namespace {
+
+// Levels of arrays and objects within each other. The text comes from the network and the parser
+// recurses, as do the copy, the destructor and DumpJson of what it returns, so without a limit a
+// body of brackets ends the process. This many levels need under 512 KiB of stack in each of
+// them, optimised or not, and under 4 MiB with the address sanitizer; a thread has 8 MiB.
+constexpr size_t NestingLimit = 1000;
+
+// With this many members an object gets an index to look its next keys up in; below, a search
+// through the list is quicker.
+constexpr size_t IndexedSize = 16;
+
+constexpr size_t ErrorTextSize = 128;  // bytes, the closing NUL included
+
+constexpr size_t UnicodeDigits = 4;  // hexadecimal, behind the `u` of an escape
+
+// The state of one parse.
+struct JsonParser {
+  const std::string& text;
+  size_t position = 0;
+  size_t depth = 0;   // arrays and objects that are open at `position`
+  std::string error;  // empty while all is well
+
+  bool AtEnd() const { return position >= text.size(); }
+  char Current() const { return text[position]; }
+};
+
+// Where the keys of one growing object stand. A tree and not a hash, because whoever writes the
+// document chooses the keys, and could choose them to collide.
+using KeyIndex = std::map<std::string, size_t>;
+
+// Returns false, for the caller to pass on. The first error stands. Never inlined: its buffer
+// would stand in the frames that recurse, several times over.
+[[gnu::noinline]] bool SetParseError(JsonParser& parser, const char* message) {
+  if (!parser.error.empty()) return false;
+  char buffer[ErrorTextSize];
+  snprintf(buffer, sizeof buffer, "%s at offset %zu", message, parser.position);
+  parser.error = buffer;
+  return false;
+}
+
+void SkipWhitespace(JsonParser& parser) {
+  while (!parser.AtEnd()) {
+    const char byte = parser.Current();
+    if (byte != ' ' && byte != '\t' && byte != '\n' && byte != '\r') return;
+    ++parser.position;
+  }
+}
+
+// Moves past the byte if it is the next one.
+bool Accept(JsonParser& parser, char byte) {
+  if (parser.AtEnd() || parser.Current() != byte) return false;
+  ++parser.position;
+  return true;
+}
+
+// Surrogates get the three-byte form like any other value of their range.
+void AppendUtf8(std::string& text, uint32_t codePoint) {
+  const auto append = [&text](uint32_t byte) { text.push_back(static_cast<char>(byte)); };
+  const auto appendTail = [&](int shift) { append(0x80 | ((codePoint >> shift) & 0x3F)); };
+  if (codePoint < 0x80) {
+    append(codePoint);
+  } else if (codePoint < 0x800) {
+    append(0xC0 | (codePoint >> 6));
+    appendTail(0);
+  } else if (codePoint < 0x10000) {
+    append(0xE0 | (codePoint >> 12));
+    appendTail(6);
+    appendTail(0);
+  } else {
+    append(0xF0 | (codePoint >> 18));
+    appendTail(12);
+    appendTail(6);
+    appendTail(0);
+  }
+}
+
+// The value of a hexadecimal digit of either case, or -1.
+int HexDigit(char byte) {
+  if (byte >= '0' && byte <= '9') return byte - '0';
+  if (byte >= 'a' && byte <= 'f') return byte - 'a' + 10;
+  if (byte >= 'A' && byte <= 'F') return byte - 'A' + 10;
+  return -1;
+}
+
+bool ParseFourHexDigits(JsonParser& parser, uint32_t& value) {
+  if (parser.text.size() - parser.position < UnicodeDigits) {
+    return SetParseError(parser, "short \\u escape");
+  }
+  value = 0;
+  for (size_t count = 0; count < UnicodeDigits; ++count) {
+    const int digit = HexDigit(parser.text[parser.position++]);
+    if (digit < 0) return SetParseError(parser, "bad hex digit");
+    value = value * 16 + static_cast<uint32_t>(digit);
+  }
+  return true;
+}
+
+// Entered behind the `u`. Only a high surrogate with a second escape right behind it can make a
+// pair; what does not fit together is appended each by itself.
+bool ParseUnicodeEscape(JsonParser& parser, std::string& target) {
+  uint32_t first = 0;
+  if (!ParseFourHexDigits(parser, first)) return false;
+
+  const bool isHigh = first >= 0xD800 && first <= 0xDBFF;
+  if (!isHigh || parser.text.compare(parser.position, 2, "\\u") != 0) {
+    AppendUtf8(target, first);
+    return true;
+  }
+
+  parser.position += 2;
+  uint32_t second = 0;
+  if (!ParseFourHexDigits(parser, second)) return false;
+  if (second >= 0xDC00 && second <= 0xDFFF) {
+    AppendUtf8(target, 0x10000 + ((first & 0x3FF) << 10) + (second & 0x3FF));
+    return true;
+  }
+  AppendUtf8(target, first);
+  AppendUtf8(target, second);
+  return true;
+}
+
+// Entered behind the backslash.
+bool ParseEscape(JsonParser& parser, std::string& target) {
+  if (parser.AtEnd()) return SetParseError(parser, "unterminated escape");
+  const char byte = parser.text[parser.position++];
+  switch (byte) {
+    case '"':
+    case '\\':
+    case '/':
+      target.push_back(byte);
+      return true;
+    case 'b':
+      target.push_back('\b');
+      return true;
+    case 'f':
+      target.push_back('\f');
+      return true;
+    case 'n':
+      target.push_back('\n');
+      return true;
+    case 'r':
+      target.push_back('\r');
+      return true;
+    case 't':
+      target.push_back('\t');
+      return true;
+    case 'u':
+      return ParseUnicodeEscape(parser, target);
+    default:
+      return SetParseError(parser, "bad escape");
+  }
+}
+
+// Appends all up to the next quote or backslash, in one piece. No byte is refused here: raw line
+// ends and invalid UTF-8 are part of the string.
+void AppendPlainStretch(JsonParser& parser, std::string& target) {
+  const char* const start = parser.text.data() + parser.position;
+  const char* const end = parser.text.data() + parser.text.size();
+  const char* stop = start;
+  while (stop != end && *stop != '"' && *stop != '\\') ++stop;
+  target.append(start, stop);
+  parser.position += static_cast<size_t>(stop - start);
+}
+
+// Entered on the opening quote.
+bool ParseJsonString(JsonParser& parser, std::string& target) {
+  target.clear();
+  ++parser.position;
+  while (true) {
+    AppendPlainStretch(parser, target);
+    if (parser.AtEnd()) return SetParseError(parser, "unterminated string");
+    if (Accept(parser, '"')) return true;
+    ++parser.position;
+    if (!ParseEscape(parser, target)) return false;
+  }
+}
+
+bool IsNumberByte(char byte) {
+  return (byte >= '0' && byte <= '9') || byte == '+' || byte == '-' || byte == '.' || byte == 'E' ||
+         byte == 'e';
+}
+
+// Takes all that is no other kind, so it also words the refusal of most garbage. A sign at the
+// start is one of the number bytes and needs no step of its own.
+bool ParseNumber(JsonParser& parser, JsonValue& value) {
+  const size_t start = parser.position;
+  bool hasDigit = false;
+  while (!parser.AtEnd() && IsNumberByte(parser.Current())) {
+    hasDigit = hasDigit || (parser.Current() >= '0' && parser.Current() <= '9');
+    ++parser.position;
+  }
+  if (!hasDigit) return SetParseError(parser, "expected number");
+
+  // A copy, so that strtod sees the run alone: in the text itself it would read 0x10 as 16. How
+  // far it gets within the run is not asked.
+  const std::string run(parser.text, start, parser.position - start);
+  value.kind = JsonKind::Number;
+  value.number = strtod(run.c_str(), nullptr);
+  return true;
+}
+
+// A refusal leaves the position on the first byte of the word. The byte behind it is not looked at.
+bool AcceptLiteral(JsonParser& parser, std::string_view word) {
+  if (parser.text.compare(parser.position, word.size(), word) != 0) {
+    return SetParseError(parser, "bad literal");
+  }
+  parser.position += word.size();
+  return true;
+}
+
+bool ParseBool(JsonParser& parser, JsonValue& value) {
+  value.kind = JsonKind::Bool;
+  value.boolean = parser.Current() == 't';
+  return AcceptLiteral(parser, value.boolean ? "true" : "false");
+}
+
+// Fills a fresh value, which stands in its place within its parent already: nothing is copied or
+// moved on the way up.
+bool ParseJsonValue(JsonParser& parser, JsonValue& value);
+
+bool ParseArray(JsonParser& parser, JsonValue& value) {
+  value.kind = JsonKind::Array;
+  ++parser.position;
+  SkipWhitespace(parser);
+  if (Accept(parser, ']')) return true;
+
+  while (true) {
+    if (!ParseJsonValue(parser, value.items.emplace_back())) return false;
+
+    SkipWhitespace(parser);
+    if (parser.AtEnd()) return SetParseError(parser, "unterminated array");
+    if (Accept(parser, ']')) return true;
+    if (!Accept(parser, ',')) return SetParseError(parser, "expected ',' or ']'");
+  }
+}
+
+// Where the key stands in the object; the number of keys, if it does not yet. The caller then
+// appends it, and the index counts on that.
+size_t FindKey(const JsonValue& object, KeyIndex& index, const std::string& key) {
+  const size_t count = object.keys.size();
+  if (count < IndexedSize) {
+    const auto found = std::find(object.keys.begin(), object.keys.end(), key);
+    return static_cast<size_t>(found - object.keys.begin());
+  }
+  if (index.empty()) {
+    for (size_t place = 0; place < count; ++place) index.emplace(object.keys[place], place);
+  }
+  return index.emplace(key, count).first->second;
+}
+
+// A fresh value for the key, at the end or, if the key came before, in its old place.
+JsonValue& AddMember(JsonValue& object, KeyIndex& index, std::string key) {
+  const size_t place = FindKey(object, index, key);
+  if (place < object.keys.size()) return object.values[place] = JsonValue();
+  object.keys.push_back(std::move(key));
+  return object.values.emplace_back();
+}
+
+// A key and the colon behind it.
+bool ParseKey(JsonParser& parser, std::string& key) {
+  SkipWhitespace(parser);
+  if (parser.AtEnd() || parser.Current() != '"') {
+    return SetParseError(parser, "expected object key");
+  }
+  if (!ParseJsonString(parser, key)) return false;
+  SkipWhitespace(parser);
+  return Accept(parser, ':') || SetParseError(parser, "expected ':'");
+}
+
+bool ParseObject(JsonParser& parser, JsonValue& value) {
+  value.kind = JsonKind::Object;
+  ++parser.position;
+  SkipWhitespace(parser);
+  if (Accept(parser, '}')) return true;
+
+  KeyIndex index;  // stays empty while the object is small
+  while (true) {
+    std::string key;
+    if (!ParseKey(parser, key)) return false;
+    if (!ParseJsonValue(parser, AddMember(value, index, std::move(key)))) return false;
+
+    SkipWhitespace(parser);
+    if (parser.AtEnd()) return SetParseError(parser, "unterminated object");
+    if (Accept(parser, '}')) return true;
+    if (!Accept(parser, ',')) return SetParseError(parser, "expected ',' or '}'");
+  }
+}
+
+// Guards the recursion of arrays and objects.
+bool ParseNested(JsonParser& parser, JsonValue& value) {
+  if (parser.depth == NestingLimit) return SetParseError(parser, "nesting too deep");
+  ++parser.depth;
+  const bool done =
+      parser.Current() == '[' ? ParseArray(parser, value) : ParseObject(parser, value);
+  --parser.depth;
+  return done;
+}
+
+bool ParseText(JsonParser& parser, JsonValue& value) {
+  value.kind = JsonKind::String;
+  return ParseJsonString(parser, value.text);
+}
+
+bool ParseJsonValue(JsonParser& parser, JsonValue& value) {
+  SkipWhitespace(parser);
+  if (parser.AtEnd()) return SetParseError(parser, "unexpected end of input");
+  switch (parser.Current()) {
+    case '"':
+      return ParseText(parser, value);
+    case '[':
+    case '{':
+      return ParseNested(parser, value);
+    case 't':
+    case 'f':
+      return ParseBool(parser, value);
+    case 'n':
+      return AcceptLiteral(parser, "null");
+    default:
+      return ParseNumber(parser, value);
+  }
+}
+
+}  // namespace
+
+std::optional<JsonValue> ParseJson(const std::string& text, std::string* error) {
+  JsonParser parser{text, 0, 0, {}};
+  JsonValue value;
+  if (ParseJsonValue(parser, value)) return value;
+  if (error != nullptr) *error = parser.error;
+  return std::nullopt;
+}
+
+}  // namespace Vantrell
