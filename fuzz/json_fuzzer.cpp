@@ -1,0 +1,85 @@
+// Feeds any bytes to the JSON parser. What it refuses must be refused with a place in the text;
+// what it takes must come through a dump and a second parse as the same value, but for digits.
+//
+//   clang++ -std=c++20 -g -O1 -fsanitize=fuzzer,address,undefined,float-cast-overflow -I .
+//     fuzz/json_fuzzer.cpp json/*.cpp -o build/json_fuzzer
+
+#include <cmath>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <string>
+
+#include "json/json_parser.h"
+#include "json/json_serializer.h"
+
+namespace Vantrell {
+namespace {
+
+void Require(bool holds, const char* what) {
+  if (holds) return;
+  fprintf(stderr, "json_fuzzer: %s\n", what);
+  abort();
+}
+
+void CheckError(const std::string& error, size_t textSize) {
+  const std::string mark = " at offset ";
+  const size_t found = error.rfind(mark);
+  Require(found != std::string::npos && found > 0, "an error without words or offset");
+  Require(strtoull(error.c_str() + found + mark.size(), nullptr, 10) <= textSize,
+          "an offset beyond the text");
+}
+
+// Infinities are written as words that are no JSON, so their documents do not come back.
+bool IsFinite(const JsonValue& value) {
+  if (!std::isfinite(value.number)) return false;
+  for (size_t index = 0; index < value.Size(); ++index) {
+    if (!IsFinite(value.At(index))) return false;
+  }
+  return true;
+}
+
+// Numbers are written with six digits, so they may differ; everything else may not.
+bool IsSameButForDigits(const JsonValue& left, const JsonValue& right) {
+  if (left.kind != right.kind || left.boolean != right.boolean) return false;
+  if (left.text != right.text || left.keys != right.keys) return false;
+  if (left.Size() != right.Size()) return false;
+  for (size_t index = 0; index < left.Size(); ++index) {
+    if (!IsSameButForDigits(left.At(index), right.At(index))) return false;
+  }
+  return true;
+}
+
+JsonValue Reparse(const std::string& text) {
+  std::string error;
+  const std::optional<JsonValue> value = ParseJson(text, &error);
+  Require(value.has_value(), "a dump that does not parse");
+  return *value;
+}
+
+void CheckValue(const JsonValue& value) {
+  Require(value.keys.size() == value.values.size(), "keys without values");
+  const std::string dump = DumpJson(value);
+  if (!IsFinite(value)) return;
+
+  const JsonValue second = Reparse(dump);
+  Require(IsSameButForDigits(value, second), "a dump that reads as another value");
+  // The first dump may write 1.23457e+06, and the second 1234570. From then on nothing changes.
+  const std::string secondDump = DumpJson(second);
+  Require(DumpJson(Reparse(secondDump)) == secondDump, "a dump that does not settle");
+}
+
+}  // namespace
+}  // namespace Vantrell
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+  const std::string text(data, data + size);
+  std::string error;
+  const auto value = Vantrell::ParseJson(text, &error);
+  if (value) {
+    Vantrell::CheckValue(*value);
+  } else {
+    Vantrell::CheckError(error, size);
+  }
+  return 0;
+}
