@@ -1,0 +1,52 @@
+#!/bin/bash
+# Makes the image that every lab machine boots from, unless it is there already, and prints its
+# path. The image is Debian 12 from this machine's own apt sources. It is kept by a hash of what it
+# is made from, so a change to the recipe makes a new one and an old checkout finds its own again.
+set -euo pipefail
+cd "$(dirname "$(readlink -f "$0")")"
+export LC_ALL=C
+
+readonly Suite=bookworm
+readonly Cache="${VANTRELL_LAB_CACHE:-$PWD/../build/lab}"
+# What a desktop with the service on it has, and below what the lab itself needs: web server,
+# certificates, a client for the control socket, something to look around with.
+readonly Packages=systemd,systemd-sysv,dbus,dbus-user-session,libpam-systemd,tzdata,login,passwd,\
+libcurl4,libgnutls30,libsystemd0,libstdc++6,\
+nginx-light,openssl,ca-certificates,netcat-openbsd,procps,iproute2
+
+hash=$({ cat image.sh image-content.sh login/open_session.cpp
+         find image -type f | sort | xargs tail -v -n +1; } | sha256sum | cut -c1-12)
+mkdir -p "$Cache"
+image="$(readlink -f "$Cache")/image-$hash"
+# Two test runs that start together must not both build it.
+exec 9>"$Cache/lock"
+flock 9
+if [ -d "$image" ]; then
+  echo "$image"
+  exit
+fi
+
+echo "lab: making the image (about a minute, once)" >&2
+work=$(mktemp -d "$Cache/making.XXXXXX")
+trap 'rm -rf "$work"' EXIT
+g++ -std=c++20 -O1 -Wall -Wextra -Werror -o "$work/open-session" login/open_session.cpp -lpam
+mapfile -t sources < <(grep -lsw "$Suite" /etc/apt/sources.list /etc/apt/sources.list.d/*.list \
+                                         /etc/apt/sources.list.d/*.sources)
+if [ ${#sources[@]} = 0 ]; then
+  echo "lab: no apt source for Debian 12 ($Suite) below /etc/apt" >&2
+  exit 1
+fi
+# The way to the mirror, such as a proxy, holds for the image as it does for this machine.
+apt-config dump | grep -E '^Acquire::(https?::Proxy|Check-|Retries)' >"$work/apt.conf" || true
+if ! mmdebstrap --quiet --mode=root --variant=minbase --include="$Packages" \
+    --aptopt="$work/apt.conf" --dpkgopt='path-exclude=/usr/share/man/*' \
+    --dpkgopt='path-exclude=/usr/share/locale/*' --dpkgopt='path-exclude=/usr/share/doc/*' \
+    --customize-hook="cp $work/open-session \"\$1/usr/local/sbin/\"" \
+    --customize-hook='cp -r image/. "$1/"' \
+    --customize-hook='chroot "$1" sh -eus <image-content.sh' \
+    "$Suite" "$work/root" "${sources[@]}" >"$work/log" 2>&1; then
+  cat "$work/log" >&2
+  exit 1
+fi
+mv "$work/root" "$image"
+echo "$image"

@@ -1,0 +1,270 @@
+"""A throw-away Debian machine: booted in under a second, gone without a trace."""
+
+import fcntl
+import os
+import pathlib
+import secrets
+import select
+import shutil
+import socket
+import subprocess
+import tempfile
+import threading
+import time
+
+from lab.outside_world import OutsideWorld
+from lab.process import Process
+from lab.session import Session
+
+LAB = pathlib.Path(__file__).resolve().parent
+SERVICE = "vantrell-harbor-updated.service"
+SOCKET = "/run/vantrell/update.sock"
+NAME_PREFIX = "vantrell-lab-"
+BOOT_LIMIT = 60  # seconds, for a host with many machines on few cores
+# What a process gets that is not told otherwise: nothing of the host's environment.
+BASE_ENVIRONMENT = {"PATH": "/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin",
+                    "LANG": "C.UTF-8"}
+
+
+def missing_requirements():
+    """One sentence on why no machine can run here; empty if one can."""
+    if os.geteuid() != 0:
+        return "the lab machine needs root"
+    for program in ("systemd-nspawn", "mmdebstrap", "unshare", "nsenter", "setpriv", "g++"):
+        if not shutil.which(program):
+            return f"the lab machine needs the program {program}"
+    if not os.path.exists("/usr/include/security/pam_appl.h"):
+        return "the lab machine needs the header files of PAM (libpam0g-dev)"
+    trial = ("mount -t cgroup2 lab /sys/fs/cgroup && d=$(mktemp -d /sys/fs/cgroup/trial.XXXXXX) && "
+             "rmdir $d && mount -t overlay -o lowerdir=/bin:/sbin lab /mnt")
+    result = subprocess.run(["unshare", "--mount", "--pid", "--fork", "sh", "-ec", trial],
+                            capture_output=True, text=True)
+    if result.returncode != 0:
+        return "the lab machine needs namespaces, cgroup2 and overlayfs: " + result.stderr.strip()
+    return ""
+
+
+def image_path():
+    """Path of the image; makes it when there is none for the present recipe."""
+    return subprocess.run([LAB / "image.sh"], check=True, stdout=subprocess.PIPE,
+                          text=True).stdout.strip()
+
+
+def _remove_leftovers():
+    """Removes what a run left whose every process was killed: empty folders and control groups."""
+    for folder in pathlib.Path(tempfile.gettempdir()).glob(NAME_PREFIX + "*"):
+        try:
+            if time.time() - folder.stat().st_mtime < 60:
+                continue  # perhaps being made right now, and not locked yet
+            with open(folder / "lock") as lock:
+                fcntl.flock(lock, fcntl.LOCK_EX | fcntl.LOCK_NB)
+                subprocess.run(["unshare", "--mount", "sh", "-c",
+                                'mount -t cgroup2 lab /sys/fs/cgroup; '
+                                'find "/sys/fs/cgroup/$1" -depth -type d -exec rmdir {} +',
+                                "sh", folder.name], stderr=subprocess.DEVNULL)
+                shutil.rmtree(folder)
+        except OSError:
+            continue  # in use, or another run was quicker
+
+
+class Machine(OutsideWorld):
+    """One booted machine, for use in a with statement. Several may run at the same time.
+
+    `name` is its own on the host, `boot_seconds` how long the boot took, and `leader` the host's
+    pid of its process 1. What the machine sees of the network stands in OutsideWorld.
+    """
+
+    def __enter__(self):
+        _remove_leftovers()
+        started = time.monotonic()
+        self._image = image_path()
+        self.name = NAME_PREFIX + secrets.token_hex(4)
+        self._folder = os.path.join(tempfile.gettempdir(), self.name)
+        os.mkdir(self._folder, 0o700)
+        self._console = tempfile.TemporaryFile()
+        try:
+            self._boot()
+        except BaseException:
+            self.close()
+            raise
+        self.boot_seconds = time.monotonic() - started
+        return self
+
+    def __exit__(self, *_):
+        self.close()
+
+    def _boot(self):
+        with socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM) as notify:
+            notify.bind(self._folder + "/notify")
+            # Held by the other side alone, which is the one to live to the end.
+            with open(self._folder + "/lock", "w") as lock:
+                fcntl.flock(lock, fcntl.LOCK_EX)
+                self._holder = subprocess.Popen(
+                    ["unshare", "--mount", "--propagation", "private",
+                     "sh", LAB / "hold-machine.sh", self._image, self._folder],
+                    stdin=subprocess.PIPE, stdout=self._console, stderr=self._console,
+                    pass_fds=[lock.fileno()], start_new_session=True)
+            self._wait_until_booted(notify)
+        groups = pathlib.Path(f"/proc/{self._holder.pid}/root/sys/fs/cgroup/{self.name}/payload")
+        self.leader = int((groups / "init.scope/cgroup.procs").read_text().split()[0])
+        # Where processes live that belong to no unit; the machine's manager knows nothing of it.
+        self.entrance = groups / "lab"
+        self.entrance.mkdir()
+        self.open_outside_world()
+
+    def _wait_until_booted(self, notify):
+        ended = os.pidfd_open(self._holder.pid)
+        deadline = time.monotonic() + BOOT_LIMIT
+        try:
+            while True:
+                ready, _, _ = select.select([notify, ended], [], [], deadline - time.monotonic())
+                if notify in ready and b"READY=1" in notify.recv(4096).split(b"\n"):
+                    return
+                if not ready or ended in ready:
+                    self._console.seek(0)
+                    console = self._console.read().decode(errors="replace")
+                    raise RuntimeError("the machine did not boot:\n" + console[-4000:])
+        finally:
+            os.close(ended)
+
+    def close(self):
+        """Ends the machine at once, as by pulling the plug. May be called twice."""
+        self.close_outside_world()
+        if hasattr(self, "_holder"):
+            self._holder.stdin.close()
+            self._holder.wait()
+        shutil.rmtree(self._folder, ignore_errors=True)
+        self._console.close()
+
+    # Processes
+
+    def popen(self, command, user=None, env=None, group=None, **options):
+        """Starts a list of arguments or a shell line; a Process, which ends with this program.
+
+        It belongs to no unit and no session, unless `group` names a control group of the machine.
+        `user` is the owner; `env` comes on top of a plain environment. `options` go to Popen.
+        """
+        return Process(self, command, user, {**BASE_ENVIRONMENT, **(env or {})}, group, **options)
+
+    def run(self, command, user=None, env=None, input=None, check=True, timeout=60, group=None,
+            binary=False):
+        """Runs a command to its end and returns what it printed, both streams together.
+
+        A failure raises CalledProcessError; with check=False the output is returned all the same.
+        The output is text, bytes that are no UTF-8 as surrogates, or `binary`.
+        """
+        data = input.encode() if isinstance(input, str) else input
+        with self.popen(command, user, env, group, stdout=subprocess.PIPE,
+                        stdin=subprocess.DEVNULL if data is None else subprocess.PIPE,
+                        stderr=subprocess.STDOUT) as process:
+            try:
+                printed, _ = process.communicate(data, timeout)
+            except BaseException:
+                process.kill()
+                raise
+        text = printed.decode(errors="surrogateescape")
+        if check and process.returncode != 0:
+            error = subprocess.CalledProcessError(process.returncode, command, text)
+            error.add_note(text)  # or nobody sees why
+            raise error
+        return printed if binary else text
+
+    def shell(self):
+        """A root shell in the machine, on this program's terminal."""
+        with self.popen(["bash", "--login"], env={"TERM": os.environ.get("TERM", "dumb")},
+                        stdin=None) as process:
+            process.wait()
+
+    def succeeds(self, command, **options):
+        """Whether a command ends with status 0."""
+        try:
+            self.run(command, **options)
+        except subprocess.CalledProcessError:
+            return False
+        return True
+
+    # Files
+
+    def read(self, path):
+        """The text of a file; read bytes with run(["cat", path], binary=True)."""
+        return self.run(["cat", "--", path])
+
+    def write(self, path, content, mode=0o644, owner="root"):
+        """Replaces a file in one step, making its folders; text or bytes."""
+        script = ('mkdir -p "$(dirname "$0")"; new=$(mktemp "$0.XXXXXX"); cat >"$new"; '
+                  'chown "$2" "$new"; chmod "$1" "$new"; mv -T "$new" "$0"')
+        self.run(["sh", "-ec", script, path, f"{mode:o}", owner], input=content)
+
+    def push(self, host_path, path, mode=None):
+        """Copies a file of the host into the machine; its mode comes along unless given."""
+        source = pathlib.Path(host_path)
+        self.write(path, source.read_bytes(), mode or source.stat().st_mode & 0o7777)
+
+    def exists(self, path):
+        return self.succeeds(["test", "-e", path])
+
+    # Packages
+
+    def install(self, deb, *options):
+        """Installs a package file of the host as its administrator would; returns what apt said."""
+        target = "/var/tmp/" + os.path.basename(deb)
+        self.push(deb, target, 0o644)
+        return self.run(["apt-get", "install", "--yes", *options, target],
+                        env={"DEBIAN_FRONTEND": "noninteractive"}, timeout=300)
+
+    def version_of(self, package):
+        """The version installed, as dpkg gives it; empty if there is none."""
+        return self.run(["dpkg-query", "--show", "--showformat=${Version}", package],
+                        check=False) if self.succeeds(["dpkg-query", "--show", package]) else ""
+
+    # Users
+
+    def login(self, user, seat="seat0", remote_host=None, graphical=True):
+        """Logs a user in; on a seat the new session is the active one. See Session."""
+        return Session(self, user, seat, remote_host, graphical)
+
+    def linger(self, user):
+        """Keeps the user's manager running without any session; it runs when this returns."""
+        self.run(f'loginctl enable-linger {user} && systemctl start "user@$(id -u {user}).service"')
+
+    # The service under test
+
+    def send(self, request, user=None, session=None, timeout=60):
+        """Sends one line to the control socket and returns the reply without its line feed.
+
+        The peer is a process of root, of `user` outside of any session, or of a `session`.
+        """
+        run = session.run if session else self.run
+        who = {} if session else {"user": user}
+        return run(["nc", "-U", "-N", SOCKET], input=request + "\n", timeout=timeout,
+                   **who).removesuffix("\n")
+
+    def log(self):
+        """All lines the service has written up to now, those of its child processes included."""
+        return self.run("journalctl --sync; journalctl --quiet --output=cat "
+                        f"_SYSTEMD_UNIT={SERVICE}").splitlines()
+
+    def wait_for_log(self, text, timeout=30, after=0):
+        """Waits for a line of the service with `text` in it, and returns it.
+
+        The first `after` lines do not count: take len(machine.log()) before the act.
+        """
+        follow = ["journalctl", "--quiet", "--follow", "--lines=all", "--output=cat",
+                  f"_SYSTEMD_UNIT={SERVICE}"]
+        with self.popen(follow, stdout=subprocess.PIPE) as process:
+            timer = threading.Timer(timeout, process.kill)
+            timer.start()
+            try:
+                for number, line in enumerate(process.stdout):
+                    line = line.decode(errors="surrogateescape").rstrip("\n")
+                    if number >= after and text in line:
+                        return line
+            finally:
+                timer.cancel()
+                process.kill()
+        raise AssertionError(f"no line with {text!r} within {timeout} s; the log:\n  "
+                             + "\n  ".join(self.log()))
+
+    def journal(self, unit=SERVICE):
+        """All lines about a unit, with the words of the service manager and time stamps."""
+        return self.run(["journalctl", "--quiet", "--output=short-precise", "--unit", unit])

@@ -1,0 +1,85 @@
+"""Answers that no decent web server gives."""
+
+import http.server
+import os
+import socket
+import socketserver
+import threading
+
+
+class _Handler(http.server.BaseHTTPRequestHandler):
+    protocol_version = "HTTP/1.1"
+
+    def address_string(self):
+        return "nginx"  # a Unix socket has no address
+
+    def log_message(self, *_):
+        pass  # nginx logs the request
+
+    def _answer(self):
+        self.close_connection = True
+        key = (self.headers["Host"], self.path)
+        how, content, came = self.server.plan.get(key, ("close", b"", threading.Event()))
+        self.rfile.read(int(self.headers.get("Content-Length", 0)))
+        came.set()
+        if how == "hang":
+            self.server.released.wait()
+        elif how == "cut":
+            self._send(200, content, content[:len(content) // 2])
+        elif isinstance(how, bytes):
+            self._send(200, how, how)
+        elif isinstance(how, int):
+            body = b"" if how == 204 else b"<html>misbehaving</html>\n"
+            self._send(how, body, body)
+        elif how != "close":
+            self._send(302, b"", b"", {"Location": how})
+
+    def _send(self, status, announced, sent, headers=None):
+        self.send_response(status)
+        for name, value in (headers or {}).items():
+            self.send_header(name, value)
+        if status != 204:
+            self.send_header("Content-Length", str(len(announced)))
+        self.end_headers()
+        self.wfile.write(sent)
+
+    do_GET = do_POST = _answer
+
+
+class MisbehavingServer(socketserver.ThreadingMixIn, socketserver.UnixStreamServer):
+    """Stands behind nginx and serves the paths that are to go wrong; runs in threads of its own."""
+
+    daemon_threads = True
+    block_on_close = False
+
+    def __init__(self, socket_path):
+        super().__init__(socket_path, _Handler)
+        os.chmod(socket_path, 0o666)
+        self.plan = {}
+        self.released = threading.Event()
+        threading.Thread(target=self._accept_until_closed, daemon=True).start()
+
+    def _accept_until_closed(self):
+        try:
+            while True:
+                self.process_request(*self.get_request())
+        except OSError:
+            pass
+
+    def handle_error(self, *_):
+        pass  # nginx went away because its client did
+
+    def add(self, host, path, how, content):
+        came = threading.Event()
+        self.plan[host, path] = (how, content, came)
+        return came
+
+    def clear(self):
+        self.plan = {}
+        self.released.set()
+        self.released = threading.Event()
+
+    def close(self):
+        self.released.set()
+        self.socket.shutdown(socket.SHUT_RDWR)  # wakes the accepting thread
+        self.server_close()

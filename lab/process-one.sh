@@ -1,0 +1,19 @@
+#!/bin/sh
+# Process 1 of a machine's process namespace on the host: with its end the kernel ends all the
+# rest. Runs the machine until that ends or standard input does; hold-machine.sh starts this.
+set -eu
+folder=$1
+name=${folder##*/}
+
+exec 3<&0
+{
+  cat <&3 >/dev/null
+  kill -KILL -1 # all but process 1 itself
+} &
+(
+  echo 0 >"/sys/fs/cgroup/$name/cgroup.procs"
+  export SYSTEMD_NSPAWN_UNIFIED_HIERARCHY=1 NOTIFY_SOCKET="$folder/notify"
+  exec systemd-nspawn --quiet --boot --directory="$folder/disk/root" --machine="$name" \
+    --hostname=harbor --register=no --keep-unit --private-network --link-journal=no \
+    --resolv-conf=off --timezone=off --notify-ready=yes --console=pipe
+) </dev/null

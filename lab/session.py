@@ -1,0 +1,76 @@
+"""A user's login session on a machine, made by PAM and kept by logind."""
+
+import os
+import subprocess
+import time
+
+
+class Session:
+    """A session that stands when the object does; ends with logout(), a with block or the machine.
+
+    `id` is logind's name for it, `environment` what a program started in it gets. Remote sessions
+    and those without a seat are never active on a seat.
+    """
+
+    def __init__(self, machine, user, seat, remote_host, graphical):
+        self.user = user
+        self._machine = machine
+        self._login = machine.popen(
+            ["/usr/local/sbin/open-session", user, "x11" if graphical else "tty", seat or "",
+             remote_host or ""], stdin=subprocess.PIPE, stdout=subprocess.PIPE)
+        self.environment = {"LANG": "en_GB.UTF-8"}
+        for line in iter(self._login.stdout.readline, b"\n"):
+            if not line:
+                raise RuntimeError(f"{user} cannot log in")
+            name, _, value = line.decode().rstrip("\n").partition("=")
+            self.environment[name] = value
+        self.id = self.environment["XDG_SESSION_ID"]
+        runtime = self.environment["XDG_RUNTIME_DIR"]
+        self._group = f"/user.slice/user-{os.path.basename(runtime)}.slice/session-{self.id}.scope"
+        self.environment["DBUS_SESSION_BUS_ADDRESS"] = f"unix:path={runtime}/bus"
+        if graphical:
+            self.environment.update(DISPLAY=":0", XAUTHORITY=f"{runtime}/Xauthority",
+                                    XDG_CURRENT_DESKTOP="GNOME")
+
+    def __enter__(self):
+        return self
+
+    def __exit__(self, *_):
+        self.logout()
+
+    def start(self, command, env=None, **options):
+        """Starts a program in the session as its user; see Machine.popen."""
+        return self._machine.popen(command, self.user, {**self.environment, **(env or {})},
+                                   self._group, **options)
+
+    def run(self, command, env=None, **options):
+        """Runs a program in the session to its end; see Machine.run."""
+        return self._machine.run(command, user=self.user, group=self._group,
+                                 env={**self.environment, **(env or {})}, **options)
+
+    def activate(self):
+        """Makes this the active session of its seat, as switching users does."""
+        self._machine.run(["loginctl", "activate", self.id])
+
+    def property(self, name):
+        """What logind says of the session, such as property("Active")."""
+        return self._machine.run(["loginctl", "show-session", self.id, "--value", "--property",
+                                  name]).rstrip("\n")
+
+    def logout(self):
+        """Ends the session and every process in it; it is gone when this returns.
+
+        The user's manager stays for ten seconds after the last session, as everywhere.
+        """
+        if self._login.stdin.closed:
+            return
+        self._login.stdin.close()
+        self._login.wait()
+        scope = os.path.basename(self._group)
+        self._machine.run(["systemctl", "stop", scope], check=False)
+        # logind hears of the end from the service manager, and has no word for those who wait.
+        record = f"/proc/{self._machine.leader}/root/run/systemd/sessions/{self.id}"
+        deadline = time.monotonic() + 10
+        while os.path.exists(record) and time.monotonic() < deadline:
+            time.sleep(0.01)
+        assert not os.path.exists(record), f"session {self.id} does not end"
