@@ -1,0 +1,102 @@
+"""Every test gets a machine of its own, with client 1.0 and the service installed from its package.
+
+VANTRELL_FLAVOUR says which build of the service serves: release, asan or tsan.
+"""
+
+import fcntl
+import hashlib
+import os
+import pathlib
+import subprocess
+import sys
+
+import pytest
+
+ROOT = pathlib.Path(__file__).resolve().parents[2]
+sys.path.insert(0, str(ROOT))
+
+from lab.machine import SERVICE, Machine, missing_requirements  # noqa: E402
+
+FLAVOUR = os.environ.get("VANTRELL_FLAVOUR", "release")
+BUILT = ROOT / "build/lab" / FLAVOUR
+KEYS = ROOT / "build/lab/keys"
+FIRST_STAMP, NEXT_STAMP = "2026-10-11-2304", "2026-11-21-0900"
+SANITIZER_WORDS = ("Sanitizer", "runtime error:")
+
+
+def cached(make, *key):
+    """What `make(folder)` puts into a folder that all workers share, made once for each key."""
+    digest = hashlib.sha256(repr(key).encode()).hexdigest()[:16]
+    BUILT.joinpath("made").mkdir(exist_ok=True)
+    folder = BUILT / "made" / digest
+    with open(f"{folder}.lock", "w") as lock:
+        fcntl.flock(lock, fcntl.LOCK_EX)
+        if not folder.exists():
+            making = folder.with_suffix(".making")
+            subprocess.run(["rm", "-rf", making], check=True)
+            making.mkdir()
+            make(making)
+            making.rename(folder)
+    return folder
+
+
+def package(version, *options, stamp=FIRST_STAMP):
+    """Path of a client package; the options are lab/client/make-package's."""
+    service = BUILT / ("service" if stamp == FIRST_STAMP else "next-service")
+    service_time = (service / "usr/sbin/vantrell-harbor-updated").stat().st_mtime_ns
+
+    def make(folder):
+        subprocess.run([ROOT / "lab/client/make-package", "--version", version, "--client",
+                        BUILT / "stand-in-client", "--service-tree", service, "--output", folder,
+                        *options], check=True, stdout=subprocess.DEVNULL)
+
+    return next(cached(make, "package", version, options, service_time).glob("*.deb"))
+
+
+def release(version, *options, files=(), channel="prod", key="release-1", deb=None, **kind):
+    """Folder with a published release of package(version, *options) and of other `files`."""
+    deb = deb or package(version, *options, **kind)
+
+    def make(folder):
+        subprocess.run([ROOT / "publisher/publish-release", "--version", version, "--channel",
+                        channel, "--key", KEYS / f"{key}.pem", "--output", folder / "tree", deb,
+                        *files], check=True, stdout=subprocess.DEVNULL)
+
+    return cached(make, "release", str(deb), version, channel, key, [str(f) for f in files]) / "tree"
+
+
+def pytest_collection_modifyitems(items):
+    reason = missing_requirements()
+    for item in items if reason else []:
+        item.add_marker(pytest.mark.skip(reason=reason))
+
+
+@pytest.fixture
+def bare_machine():
+    """A booted machine without the client."""
+    with Machine() as machine:
+        if FLAVOUR == "tsan":
+            # The sanitizer cannot place its shadow memory in a randomised address space.
+            machine.write(f"/etc/systemd/system/{SERVICE}.d/tsan.conf",
+                          "[Service]\nExecStart=\n"
+                          "ExecStart=/usr/bin/setarch -R /usr/sbin/vantrell-harbor-updated\n")
+        yield machine
+        reports = [line for line in machine.log() if any(w in line for w in SANITIZER_WORDS)]
+        assert not reports, "\n".join(machine.log())
+
+
+@pytest.fixture
+def machine(bare_machine):
+    bare_machine.install(package("1.0"))
+    bare_machine.write("/var/log/vantrell-harbor-client.log", "", 0o666)
+    return bare_machine
+
+
+@pytest.hookimpl(hookwrapper=True)
+def pytest_runtest_makereport(item, call):
+    """A failed test shows what the service said."""
+    outcome = yield
+    report = outcome.get_result()
+    machine = item.funcargs.get("bare_machine") if hasattr(item, "funcargs") else None
+    if report.when == "call" and report.failed and machine:
+        report.sections.append(("journal of the service", machine.journal()))
