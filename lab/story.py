@@ -1,0 +1,227 @@
+"""The story that demo.sh tells. Every claim at its end was tested on the way."""
+
+import json
+import pathlib
+import signal
+import subprocess
+import sys
+import tempfile
+import threading
+import time
+
+from lab.machine import SERVICE, Machine, missing_requirements
+from lab.outside_world import DOWNLOADS
+
+ROOT = pathlib.Path(__file__).resolve().parents[1]
+BUILT = ROOT / "build/lab/release"
+CLIENT_LOG = "/var/log/vantrell-harbor-client.log"
+STATE = "/var/lib/vantrell-harbor/update"
+EXIT_STATUS = "/run/exit-status-of-the-service"
+NEXT_STAMP = "2026-11-21-0900"  # of the build that lab/build makes beside the first
+ARGUMENTS = ["--room", "harbor view", ""]
+
+proved = []
+
+
+def heading(text):
+    print(f"\n\033[1m{text}\033[0m" if sys.stdout.isatty() else f"\n{text}", flush=True)
+
+
+def say(text):
+    print("  " + text, flush=True)
+
+
+def prove(claim, holds):
+    """Notes a claim that holds; ends the demo on one that does not."""
+    if not holds:
+        sys.exit(f"\nNOT PROVED: {claim}")
+    proved.append(claim)
+
+
+class LiveLog:
+    """Shows the service's log as it grows, and waits for lines of it."""
+
+    def __init__(self, machine):
+        self._lines = []
+        self._grown = threading.Condition()
+        self._journal = machine.popen(
+            ["journalctl", "--quiet", "--follow", "--lines=all", "--output=cat",
+             f"_SYSTEMD_UNIT={SERVICE}"], stdout=subprocess.PIPE)
+        threading.Thread(target=self._follow, daemon=True).start()
+
+    def _follow(self):
+        for line in self._journal.stdout:
+            with self._grown:
+                self._lines.append(line.decode(errors="replace").rstrip("\n"))
+                print("    | " + self._lines[-1], flush=True)
+                self._grown.notify_all()
+
+    def mark(self):
+        return len(self._lines)
+
+    def wait(self, text, mark, meanwhile="waiting", limit=90):
+        """Waits for a line with `text` behind the mark, with a sign of life while nothing comes.
+
+        Ends the demo when it does not come.
+        """
+        started = last = time.monotonic()
+        while True:
+            with self._grown:
+                found = [line for line in self._lines[mark:] if text in line]
+                if found:
+                    return found[0]
+                self._grown.wait(1)
+            now = time.monotonic()
+            if now - last >= 5:
+                say(f"({meanwhile}: {now - started:.0f} s)")
+                last = now
+            if now - started > limit:
+                sys.exit(f"\nNOT PROVED: the log says {text!r} within {limit} s")
+
+
+def make_package(folder, version, *options, service="service"):
+    made = subprocess.run(
+        [ROOT / "lab/client/make-package", "--version", version, "--client",
+         BUILT / "stand-in-client", "--service-tree", BUILT / service, "--output", folder, *options],
+        check=True, stdout=subprocess.PIPE, text=True)
+    return made.stdout.strip()
+
+
+def make_release(folder, version, *options, service="service"):
+    """Folder of a signed release, laid out for the hosts."""
+    deb = make_package(folder, version, *options, service=service)
+    tree = pathlib.Path(folder, f"release-{version}")
+    subprocess.run([ROOT / "publisher/publish-release", "--version", version, "--channel", "prod",
+                    "--key", ROOT / "build/lab/keys/release-1.pem", "--output", tree, deb],
+                   check=True, stdout=subprocess.DEVNULL)
+    return tree
+
+
+def start_client(machine):
+    """Alice logs in at the screen and starts the client in her session."""
+    session = machine.login("alice")
+    client = session.start(["/usr/bin/vantrell-harbor", *ARGUMENTS])
+    return session, client
+
+
+def running_clients(machine):
+    processes = machine.run(["ps", "-e", "-o", "user=,pid=,args="]).splitlines()
+    return [process for process in processes if " /usr/bin/vantrell-harbor " in process]
+
+
+def tell_of_a_good_release(machine, log, folder):
+    heading("1. Client 1.0 runs in alice's session at the screen.")
+    machine.write(CLIENT_LOG, "", 0o666)
+    session, client = start_client(machine)
+    machine.run(f"timeout 10 tail -f {CLIENT_LOG} | grep -qm1 'start argv'", check=False)
+    for line in running_clients(machine):
+        say(line)
+
+    heading("2. Release 1.1 is published on three witnesses and offered. The service checks.")
+    mark = log.mark()
+    machine.publish(make_release(folder, "1.1", service="next-service"))
+    say("> CHECK     " + machine.send("CHECK"))
+    proof = log.wait("agreed by 3/3 witnesses", mark)
+    log.wait("1.1 staged and verified", mark)
+    status = machine.send("STATUS")
+    say("> STATUS    " + status)
+    prove("release 1.1 was proved by three witnesses and a release key, then fetched",
+          "1.1/client-linux-amd64 signed" in proof and status == "READY 1.1 staged 1.1")
+    files = "vantrell-harbor_1.1_amd64.deb"
+    staged = machine.run(f"cd {STATE}/client-staging/1.1 && sha256sum {files}")
+    published = machine.run(f"cd /srv/lab/{DOWNLOADS}/packages/1.1 && sha256sum {files}")
+    say("staged     " + staged.strip())
+    say("published  " + published.strip())
+    prove("the staged file is the published one", staged == published)
+
+    heading("3. Alice says yes: her client asks for the install and exits. The window does not "
+            "bind her.")
+    far = (time.gmtime().tm_hour + 12) % 24
+    machine.write("/etc/vantrell-harbor/update.conf",
+                  f"WindowStart={far:02}:00\nWindowEnd={far:02}:30\n")
+    say("> WINDOW    " + machine.send("WINDOW"))
+    mark = log.mark()
+    client.send_signal(signal.SIGUSR1)
+    log.wait("applied 1.1 and relaunched the client", mark, "the new client is being watched")
+    log.wait("stopping for the new build", mark)
+    prove("the new client stayed for 20 seconds and was accepted",
+          machine.version_of("vantrell-harbor") == "1.1" and len(running_clients(machine)) == 1)
+    record = [line for line in machine.read(CLIENT_LOG).splitlines() if line.startswith("[1.1 ")]
+    say(record[0].split(" environment")[0])
+    prove("it came back as alice's, with its old arguments and display",
+          "uid 1001" in record[0] and json.dumps(ARGUMENTS[1]) in record[0]
+          and "DISPLAY=:0" in record[0])
+
+    heading("4. The service came along in the package. It ends, and systemd starts the new build.")
+    line = log.wait("listening on", mark)
+    status = machine.read(EXIT_STATUS).strip()
+    say(f"exit status of the old build: {status}")
+    prove("the old build ended with status 75, and the new one serves",
+          status == "75" and NEXT_STAMP in line)
+    session.logout()
+
+
+def tell_of_a_tampered_offer(machine, log, folder):
+    heading("5. The update server is broken into: release 1.2 is offered with another file.")
+    tree = make_release(folder, "1.2")
+    machine.publish(tree, offer=False)
+    manifest = json.loads((tree / "offer.json").read_text())
+    manifest["files"][0]["sha256"] = "0" * 64
+    machine.offer(json.dumps(manifest))
+    machine.forget_requests()
+    mark = log.mark()
+    say("> CHECK     " + machine.send("CHECK"))
+    log.wait("refused: witness 1 disagrees for 1.2/client-linux-amd64", mark)
+    say("> STATUS    " + machine.send("STATUS"))
+    say("What was asked of the network:")
+    requests = machine.request_lines()
+    for line in requests:
+        say("  " + line)
+    prove("an offer altered after signing is refused before a byte of it is fetched",
+          len(requests) == 4 and not any("/packages/" in line for line in requests))
+    prove("and leaves nothing on disk", not machine.exists(f"{STATE}/client-staging/1.2"))
+
+
+def tell_of_a_bad_release(machine, log, folder):
+    heading("6. Alice logs in afresh. Release 1.3 is signed and proved, but its client dies.")
+    _, client = start_client(machine)
+    mark = log.mark()
+    machine.publish(make_release(folder, "1.3", "--behaviour", "die-after 3"))
+    say("> CHECK     " + machine.send("CHECK"))
+    log.wait("1.3 staged and verified", mark)
+    client.send_signal(signal.SIGUSR1)
+    log.wait("rolling back to the previous set", mark, "the new client is being watched")
+    log.wait("apply refused: the updated client did not stay running; the previous version was "
+             "restored", mark)
+    version = machine.version_of("vantrell-harbor")
+    say(f"installed now: {version}")
+    for line in running_clients(machine):
+        say(line)
+    prove("a release whose client does not stay is taken back", version == "1.1")
+    prove("and alice has her client again", len(running_clients(machine)) == 1)
+
+
+def main():
+    missing = missing_requirements()
+    if missing:
+        sys.exit(f"The demo cannot run here: {missing}.")
+    with Machine() as machine, tempfile.TemporaryDirectory() as folder:
+        heading(f"A Debian machine with systemd has booted in {machine.boot_seconds:.1f} s. "
+                "Client 1.0 is installed; the service came with it.")
+        log = LiveLog(machine)
+        machine.write(f"/etc/systemd/system/{SERVICE}.d/lab.conf",
+                      f"[Service]\nExecStopPost=sh -c 'echo $EXIT_STATUS >{EXIT_STATUS}'\n")
+        machine.install(make_package(folder, "1.0"))
+        log.wait("listening on", 0)
+        tell_of_a_good_release(machine, log, folder)
+        tell_of_a_tampered_offer(machine, log, folder)
+        tell_of_a_bad_release(machine, log, folder)
+        heading("What this run has proved:")
+        for claim in proved:
+            say("- " + claim)
+        if "--keep" in sys.argv[1:]:
+            heading("The machine is yours until you leave this shell (exit).")
+            machine.popen(["bash", "-l"], stdin=None).wait()
+
+
+main()
