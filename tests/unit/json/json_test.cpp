@@ -32,7 +32,7 @@ TEST(JsonParser, TakesTheFirstValueAndIsLenientAboutContent) {
       {" \t\r\n{ \"b\" : [ 1 , true ,false, null ] , \"a\" : { } } ",
        R"({"b":[1,true,false,null],"a":{}})"},
       {R"({"":{"\"\n":[ ]}}])", R"({"":{"\"\n":[]}})"},
-      {R"({"a":1,"a":{"c":2},"b":3,"a":[4]})", R"({"a":[4],"b":3})"},
+      {R"({"a":[1],"a":{"c":2},"b":3,"a":[4]})", R"({"a":[4],"b":3})"},
       {"truex", "true"},
       {"0x10", "0"},
       {"[+7,007,-0,.5,5.,-2.5E+1,1.2.3,1-2,1e,--5,e5,1e999,-1e999,9007199254740993]",
@@ -43,8 +43,9 @@ TEST(JsonParser, TakesTheFirstValueAndIsLenientAboutContent) {
       {"\"raw\ttab\nand \xFF\x80 and \0 nul\""s, "\"raw\\ttab\\nand \xFF\x80 and \\u0000 nul\""},
       {R"("\u007f\u0080\u07FF\u0800\uffff")", "\"\x7F\xC2\x80\xDF\xBF\xE0\xA0\x80\xEF\xBF\xBF\""},
       {R"("\uD83D\uDE00\uDBFF\uDFFF")", "\"\xF0\x9F\x98\x80\xF4\x8F\xBF\xBF\""},
-      {R"(["\uD83Dx","\uD83D\n"])", "[\"\xED\xA0\xBDx\",\"\xED\xA0\xBD\\n\"]"},
-      {R"("\uD83D\u0041\uDE00\uD83D")", "\"\xED\xA0\xBD\x41\xED\xB8\x80\xED\xA0\xBD\""},
+      {R"("\uD83D\u0041\uDE00\uD83D\n\uD83Dx")",
+       "\"\xED\xA0\xBD\x41\xED\xB8\x80\xED\xA0\xBD\\n\xED\xA0\xBDx\""},
+      {"[" + Repeated("{},", 1500) + "1]", "[" + Repeated("{},", 1500) + "1]"},
       {R"("\uD83D\uD83D\uDE00")", "\"\xED\xA0\xBD\xED\xA0\xBD\xED\xB8\x80\""},
   };
   for (const TextCase& given : cases) {
@@ -70,7 +71,6 @@ TEST(JsonParser, NamesTheFirstErrorAndItsOffset) {
                             {R"({"a":1;)", "expected ',' or '}' at offset 6"},
                             {"tru", "bad literal at offset 0"},
                             {" falsy", "bad literal at offset 1"},
-                            {"-", "expected number at offset 1"},
                             {"[+-.x]", "expected number at offset 4"},
                             {"\xEF\xBB\xBF{}", "expected number at offset 0"},
                             {"\"ab", "unterminated string at offset 3"},
@@ -78,7 +78,6 @@ TEST(JsonParser, NamesTheFirstErrorAndItsOffset) {
                             {R"("ab\)", "unterminated escape at offset 4"},
                             {R"("\q")", "bad escape at offset 3"},
                             {R"("\u12)", "short \\u escape at offset 3"},
-                            {R"("\u12G4")", "bad hex digit at offset 6"},
                             {R"("\uD83D\u12)", "short \\u escape at offset 9"},
                             {R"({"k\uD83D\u123x":1})", "bad hex digit at offset 15"},
                             {Nested(1001), "nesting too deep at offset 1000"},
@@ -137,7 +136,6 @@ TEST(JsonParser, LongStringOfEscapesTakesLinearTime) {
 }
 
 constexpr int64_t Odd = 9007199254740993;  // 2 to the 53rd and one: no double holds it
-constexpr int64_t Even = 9007199254740992;
 
 struct AccessorCase {
   JsonValue value;
@@ -150,25 +148,23 @@ struct AccessorCase {
 TEST(JsonValue, AccessorsConvertOrGiveTheFallback) {
   const AccessorCase cases[] = {
       {JsonValue(), true, 0.5, Odd, "none"},
-      {JsonValue::EmptyArray(), true, 0.5, Even, "none"},
-      {JsonValue::EmptyObject(), true, 0.5, Even, "none"},
+      {JsonValue::EmptyArray(), true, 0.5, 9007199254740992, "none"},
+      {JsonValue::EmptyObject(), true, 0.5, 9007199254740992, "none"},
       {JsonValue(true), true, 1, 1, "true"},
       {JsonValue(false), false, 0, 0, "false"},
       {JsonValue(-0.0), false, 0, 0, "0"},
-      {JsonValue(int64_t{3}), true, 3, 3, "3"},
       {JsonValue(-2.9), true, -2.9, -2, "-2.9"},
       {JsonValue(1234567.5), true, 1234567.5, 1234567, "1.23457e+06"},
       {JsonValue(1e15), true, 1e15, 1000000000000000, "1000000000000000"},
       {JsonValue(0x1p63), true, 0x1p63, INT64_MIN, "9.22337e+18"},
       {JsonValue(-0x1p63), true, -0x1p63, INT64_MIN, "-9223372036854775808"},
       {JsonValue(HUGE_VAL), true, HUGE_VAL, Odd, "inf"},
-      {JsonValue(""), false, 0.5, Even, ""},
+      {JsonValue(""), false, 0.5, 9007199254740992, ""},
       {JsonValue("true"), true, 0, 0, "true"},
       {JsonValue("1"), true, 1, 1, "1"},
       {JsonValue("TRUE"), false, 0, 0, "TRUE"},
       {JsonValue("12abc"), false, 12, 12, "12abc"},
-      {JsonValue("1e30"), false, 1e30, INT64_MIN, "1e30"},
-      {JsonValue("inf"), false, HUGE_VAL, Odd, "inf"}};
+      {JsonValue("1e30"), false, 1e30, INT64_MIN, "1e30"}};
   for (const AccessorCase& given : cases) {
     SCOPED_TRACE(DumpJson(given.value));
     EXPECT_EQ(given.value.AsBool(true), given.asBool);
@@ -204,6 +200,10 @@ TEST(JsonValue, BuildersChangeTheKindAndAssignmentTakesAChild) {
   EXPECT_EQ(DumpJson(value), R"({"k":[true,[true]],"l":1})");
   value.Set("k", value.Get("k").At(1));
   EXPECT_EQ(DumpJson(value), R"({"k":[true],"l":1})");
+  value.PushBack(JsonValue());
+  EXPECT_EQ(DumpJson(value), "[null]");
+  value.Set("m", JsonValue());
+  EXPECT_EQ(DumpJson(value), R"({"m":null})");
   value = *ParseJson("[[[1,2],3],4]", nullptr);
   value = value.At(0);
   EXPECT_EQ(DumpJson(value), "[[1,2],3]");
