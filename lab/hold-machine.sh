@@ -15,7 +15,7 @@ disk=$folder/disk
 mkdir "$disk"
 mount -t tmpfs -o size=8G,mode=755 lab "$disk"
 mkdir "$disk/upper" "$disk/upper/etc" "$disk/work" "$disk/root"
-cat /proc/sys/kernel/random/uuid | tr -d - >"$disk/upper/etc/machine-id"
+tr -d - </proc/sys/kernel/random/uuid >"$disk/upper/etc/machine-id"
 mount -t overlay -o "lowerdir=$image,upperdir=$disk/upper,workdir=$disk/work" lab "$disk/root"
 # Wherever the host has its own, and whatever version that is: the machine's is the unified one.
 mount -t cgroup2 lab /sys/fs/cgroup

@@ -1,5 +1,7 @@
-# Runs with sh inside the new root: users, certificates, and all that makes the machine boot fast
-# and stay off any network.
+#!/bin/sh
+# Runs inside the new root: users, certificates, and all that makes the machine boot fast and stay
+# off any network.
+set -eu
 
 # The package manager has nowhere to fetch from, and installs what packages carry, docs included.
 rm -f /etc/apt/sources.list /etc/apt/sources.list.d/* /etc/apt/apt.conf.d/99mmdebstrap \
@@ -44,7 +46,7 @@ certificate wrong-name lab-authority DNS:somebody-else.vantrell.example
 certificate unknown unknown-authority $ours
 cp lab-authority.crt /usr/local/share/ca-certificates/
 update-ca-certificates
-rm -f *authority.key *.srl request extensions
+rm -f ./*authority.key ./*.srl request extensions
 
 for host in updates downloads storage blobs; do
   mkdir -p /srv/lab/$host.vantrell.example

@@ -9,10 +9,12 @@ export LC_ALL=C
 readonly Suite=bookworm
 readonly Cache="${VANTRELL_LAB_CACHE:-$PWD/../build/lab}"
 # What a desktop with the service on it has, and below what the lab itself needs: web server,
-# certificates, a client for the control socket, something to look around with.
+# certificates, a client for the control socket, something to look around with, and what a service
+# that is built with sanitizers needs.
 readonly Packages=systemd,systemd-sysv,dbus,dbus-user-session,libpam-systemd,tzdata,login,passwd,\
 libcurl4,libgnutls30,libsystemd0,libstdc++6,\
-nginx-light,openssl,ca-certificates,netcat-openbsd,procps,iproute2
+nginx-light,openssl,ca-certificates,netcat-openbsd,procps,iproute2,\
+libasan8,libubsan1,libtsan2
 
 hash=$({ cat image.sh image-content.sh login/open_session.cpp
          find image -type f | sort | xargs tail -v -n +1; } | sha256sum | cut -c1-12)
@@ -41,9 +43,9 @@ apt-config dump | grep -E '^Acquire::(https?::Proxy|Check-|Retries)' >"$work/apt
 if ! mmdebstrap --quiet --mode=root --variant=minbase --include="$Packages" \
     --aptopt="$work/apt.conf" --dpkgopt='path-exclude=/usr/share/man/*' \
     --dpkgopt='path-exclude=/usr/share/locale/*' --dpkgopt='path-exclude=/usr/share/doc/*' \
-    --customize-hook="cp $work/open-session \"\$1/usr/local/sbin/\"" \
-    --customize-hook='cp -r image/. "$1/"' \
-    --customize-hook='chroot "$1" sh -eus <image-content.sh' \
+    --customize-hook="copy-in $work/open-session /usr/local/sbin" \
+    --customize-hook="cp -r image/. \"\$1/\"" \
+    --customize-hook="chroot \"\$1\" sh -s <image-content.sh" \
     "$Suite" "$work/root" "${sources[@]}" >"$work/log" 2>&1; then
   cat "$work/log" >&2
   exit 1

@@ -9,7 +9,6 @@ import shutil
 import socket
 import subprocess
 import tempfile
-import threading
 import time
 
 from lab.outside_world import OutsideWorld
@@ -110,6 +109,8 @@ class Machine(OutsideWorld):
         # Where processes live that belong to no unit; the machine's manager knows nothing of it.
         self.entrance = groups / "lab"
         self.entrance.mkdir()
+        self._bell = socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM)
+        self._bell.bind(f"/proc/{self.leader}/root/run/systemd/journal/syslog")
         self.open_outside_world()
 
     def _wait_until_booted(self, notify):
@@ -130,6 +131,8 @@ class Machine(OutsideWorld):
     def close(self):
         """Ends the machine at once, as by pulling the plug. May be called twice."""
         self.close_outside_world()
+        if hasattr(self, "_bell"):
+            self._bell.close()
         if hasattr(self, "_holder"):
             self._holder.stdin.close()
             self._holder.wait()
@@ -249,21 +252,23 @@ class Machine(OutsideWorld):
 
         The first `after` lines do not count: take len(machine.log()) before the act.
         """
-        follow = ["journalctl", "--quiet", "--follow", "--lines=all", "--output=cat",
-                  f"_SYSTEMD_UNIT={SERVICE}"]
-        with self.popen(follow, stdout=subprocess.PIPE) as process:
-            timer = threading.Timer(timeout, process.kill)
-            timer.start()
-            try:
-                for number, line in enumerate(process.stdout):
-                    line = line.decode(errors="surrogateescape").rstrip("\n")
-                    if number >= after and text in line:
-                        return line
-            finally:
-                timer.cancel()
-                process.kill()
-        raise AssertionError(f"no line with {text!r} within {timeout} s; the log:\n  "
-                             + "\n  ".join(self.log()))
+        deadline = time.monotonic() + timeout
+        while True:
+            self._silence_bell()  # first, so that a line behind the reading rings anew
+            lines = self.log()
+            found = [line for line in lines[after:] if text in line]
+            if found:
+                return found[0]
+            left = deadline - time.monotonic()
+            if left <= 0:
+                raise AssertionError(f"no line with {text!r} within {timeout} s; the log:\n  "
+                                     + "\n  ".join(lines))
+            # Another thread may have silenced the bell that rang for us.
+            select.select([self._bell], [], [], min(left, 1))
+
+    def _silence_bell(self):
+        while select.select([self._bell], [], [], 0)[0]:
+            self._bell.recv(1)
 
     def journal(self, unit=SERVICE):
         """All lines about a unit, with the words of the service manager and time stamps."""

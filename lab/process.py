@@ -5,19 +5,19 @@ import subprocess
 
 # Runs inside, as root: joins a group, says its pid, closes that pipe and becomes the command.
 _BEGIN = ('[ -z "$0" ] || echo 0 >"/sys/fs/cgroup$0/cgroup.procs" || exit 125; '
-          'echo $$ >&$1; exec {1}>&-; cd "$HOME"; unset OLDPWD SHLVL; shift; exec "$@"')
+          'echo $$ >&$1; exec {1}>&-; cd "$HOME"; shift; exec "$@"')
 
 
 class Process(subprocess.Popen):
     """As Popen, with signals that reach the process itself and not the door it went in by.
 
     `pid_inside` is its pid as the machine sees it. When this program ends, or the machine, the
-    process ends too.
+    process ends too. A line for the shell is one: what it starts does not get its signals.
     """
 
     def __init__(self, machine, command, user, env, group, **options):
         if isinstance(command, str):
-            command = ["sh", "-c", command]
+            command = ["bash", "-c", command]
         become = ["setpriv", "--pdeathsig", "KILL"]
         if user and user != "root":
             become += ["--reuid", user, "--regid", user, "--init-groups"]
@@ -31,6 +31,7 @@ class Process(subprocess.Popen):
                  "bash", "-c", _BEGIN.replace("{1}", str(writing)), group or "", writing, *become]
         super().__init__([str(word) for word in [*enter, *command]], pass_fds=[writing],
                          env={"HOME": "/root", **env}, **{"stdin": subprocess.DEVNULL, **options})
+        self.args = command  # what messages name
         os.close(writing)
         with os.fdopen(reading) as announced:
             pid = announced.readline()
