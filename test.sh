@@ -3,7 +3,7 @@
 #
 #   ./test.sh                  all of it
 #   ./test.sh checks           formatting, includes, shell scripts, static analysis
-#   ./test.sh unit             unit tests: g++, clang++, and under the sanitizers
+#   ./test.sh unit             unit tests: plain with clang++, with g++ under the sanitizers
 #   ./test.sh system [NAME]    system tests on booted machines, those whose name holds NAME
 #
 # VANTRELL_FLAVOUR=release|asan|tsan says which build of the service the system tests run; all
@@ -99,7 +99,7 @@ checks() {
 
 unit_tests() {
   heading "Unit tests"
-  for preset in dev clang asan tsan; do unit $preset; done
+  for preset in clang asan tsan; do unit $preset; done
 }
 
 system_tests() { # [NAME]
