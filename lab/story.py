@@ -221,7 +221,7 @@ def main():
             say("- " + claim)
         if "--keep" in sys.argv[1:]:
             heading("The machine is yours until you leave this shell (exit).")
-            machine.popen(["bash", "-l"], stdin=None).wait()
+            machine.shell()
 
 
 main()
