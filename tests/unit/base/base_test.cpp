@@ -11,7 +11,7 @@ TEST(MakeDirs, MakesParentsWithTheModeAndLeavesWhatExists) {
   const std::string file = folder.Write("file", "content");
   for (const mode_t mode : {0700u, 0500u}) EXPECT_TRUE(MakeDirs(folder.Path("a/b"), mode));
   EXPECT_EQ(fs::status(folder.Path("a/b")).permissions(), fs::perms::owner_all);
-  for (const std::string& path : {file + "/b", std::string()}) EXPECT_FALSE(MakeDirs(path, 0755));
+  for (const auto& path : {file, file + "/b", std::string()}) EXPECT_FALSE(MakeDirs(path, 0755));
   EXPECT_EQ(ReadWholeFile(file), "content");
 }
 
