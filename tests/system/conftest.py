@@ -7,6 +7,7 @@ import fcntl
 import hashlib
 import os
 import pathlib
+import socket
 import subprocess
 import sys
 
@@ -15,7 +16,7 @@ import pytest
 ROOT = pathlib.Path(__file__).resolve().parents[2]
 sys.path.insert(0, str(ROOT))
 
-from lab.machine import SERVICE, Machine, missing_requirements  # noqa: E402
+from lab.machine import SERVICE, SOCKET, Machine, missing_requirements  # noqa: E402
 
 FLAVOUR = os.environ.get("VANTRELL_FLAVOUR", "release")
 BUILT = ROOT / "build/lab" / FLAVOUR
@@ -63,6 +64,14 @@ def release(version, *options, files=(), channel="prod", key="release-1", deb=No
                         *files], check=True, stdout=subprocess.DEVNULL)
 
     return cached(make, "release", str(deb), version, channel, key, [str(f) for f in files]) / "tree"
+
+
+def dial(machine):
+    """A connection to the control socket from the host, whose pids mean nothing in the machine."""
+    connection = socket.socket(socket.AF_UNIX)
+    connection.settimeout(60)
+    connection.connect(f"/proc/{machine.leader}/root{SOCKET}")
+    return connection
 
 
 def pytest_collection_modifyitems(items):
