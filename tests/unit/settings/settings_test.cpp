@@ -51,7 +51,7 @@ TEST(WriteSetting, ReplacesEveryLineOfTheKeyAndKeepsTheRest) {
     EXPECT_EQ(static_cast<int>(fs::status(path).permissions()), 0644);
   }
   fs::create_symlink("/dev/full", path + ".tmp");
-  EXPECT_FALSE(WriteSettingTo(path, "Key", "lost"));
+  ASSERT_FALSE(WriteSettingTo(path, "Key", "lost"));
   EXPECT_EQ(ReadWholeFile(path), WriteCases[2][2]);
 }
 
