@@ -5,11 +5,15 @@ VANTRELL_FLAVOUR says which build of the service serves: release, asan or tsan.
 
 import fcntl
 import hashlib
+import json
 import os
 import pathlib
+import re
+import signal
 import socket
 import subprocess
 import sys
+import time
 
 import pytest
 
@@ -22,6 +26,13 @@ FLAVOUR = os.environ.get("VANTRELL_FLAVOUR", "release")
 BUILT = ROOT / "build/lab" / FLAVOUR
 KEYS = ROOT / "build/lab/keys"
 FIRST_STAMP, NEXT_STAMP = "2026-10-11-2304", "2026-11-21-0900"
+STATE = "/var/lib/vantrell-harbor/update"
+CLIENT = "/usr/bin/vantrell-harbor"
+CLIENT_LOG = "/var/log/vantrell-harbor-client.log"
+NO_COPY = "[UpdateSvc] no rollback copy could be taken"
+RELAUNCHED = "[UpdateSvc] applied 1.1 and relaunched the client"
+UNJUDGED = "[UpdateSvc] applied 1.1; no console session to relaunch into"
+ENDED = ["[UpdateSvc] stopping for the new build", "ended with status 75"]  # see quiet_machine
 SANITIZER_WORDS = ("Sanitizer", "runtime error:")
 
 
@@ -44,14 +55,15 @@ def cached(make, *key):
 def package(version, *options, stamp=FIRST_STAMP):
     """Path of a client package; the options are lab/client/make-package's."""
     service = BUILT / ("service" if stamp == FIRST_STAMP else "next-service")
-    service_time = (service / "usr/sbin/vantrell-harbor-updated").stat().st_mtime_ns
+    sources = [service, ROOT / "packaging", ROOT / "lab/client"]
+    newest = max(path.stat().st_mtime_ns for root in sources for path in root.rglob("*"))
 
     def make(folder):
         subprocess.run([ROOT / "lab/client/make-package", "--version", version, "--client",
                         BUILT / "stand-in-client", "--service-tree", service, "--output", folder,
                         *options], check=True, stdout=subprocess.DEVNULL)
 
-    return next(cached(make, "package", version, options, service_time).glob("*.deb"))
+    return next(cached(make, "package", version, options, newest).glob("*.deb"))
 
 
 def release(version, *options, files=(), channel="prod", key="release-1", deb=None, **kind):
@@ -72,6 +84,56 @@ def dial(machine):
     connection.settimeout(60)
     connection.connect(f"/proc/{machine.leader}/root{SOCKET}")
     return connection
+
+
+def stage(machine, version, *options, **kind):
+    """Publishes and offers release(...); it is staged when this returns."""
+    machine.publish(release(version, *options, **kind))
+    lines = len(machine.log())
+    assert machine.send("CHECK") == "OK checking"
+    machine.wait_for_log(f"{version} staged and verified", after=lines)
+
+
+def said(machine, after, last, timeout=120):
+    """What the service wrote behind `after` lines, up to the line with `last` in it."""
+    machine.wait_for_log(last, timeout, after)
+    lines = machine.log()[after:]
+    lines = lines[:next(i for i, line in enumerate(lines) if last in line) + 1]
+    # What the background thread tries a minute after the start comes wherever it comes.
+    return [line for line in lines if not line.startswith("[UpdateSvc] holding: ")]
+
+
+def client_starts(machine, version):
+    """Pid, owner, arguments and environment of each client of a version, in the order of starts."""
+    records = re.findall(rf"^\[{re.escape(version)} pid (\d+) uid (\d+)\] start argv (.*) "
+                         "environment (.*)$", machine.read(CLIENT_LOG), re.MULTILINE)
+    return [(int(pid), int(uid), json.loads(arguments)[1:], json.loads(environment))
+            for pid, uid, arguments, environment in records]
+
+
+def wait_for_client(machine, pattern):
+    """Waits for a line of the clients' log that matches a regular expression of grep."""
+    machine.run(["sh", "-c", 'until grep -q -- "$0" "$1"; do sleep 0.05; done', pattern, CLIENT_LOG])
+
+
+def running(machine, client):
+    """Returns a client that was started, once it listens to signals."""
+    wait_for_client(machine, rf"^\[[^ ]* pid {client.pid_inside} .* start argv")
+    return client
+
+
+def request_apply(machine, session=None):
+    """Sends APPLY, from root's hand unless told otherwise; where the log stood before."""
+    lines = len(machine.log())
+    assert machine.send("APPLY", session=session) == "OK applying"
+    return lines
+
+
+def client_requests_apply(machine, client):
+    """The same from a client, which exits."""
+    lines = len(machine.log())
+    running(machine, client).send_signal(signal.SIGUSR1)
+    return lines
 
 
 def pytest_collection_modifyitems(items):
@@ -99,6 +161,18 @@ def machine(bare_machine):
     bare_machine.install(package("1.0"))
     bare_machine.write("/var/log/vantrell-harbor-client.log", "", 0o666)
     return bare_machine
+
+
+@pytest.fixture
+def quiet_machine(machine):
+    """Its window is shut at any time of day, and its log tells the service's exit status."""
+    far = (time.gmtime().tm_hour + 12) % 24
+    machine.write("/etc/vantrell-harbor/update.conf",
+                  f"WindowStart={far:02}:00\nWindowEnd={far:02}:30\n")
+    machine.write(f"/etc/systemd/system/{SERVICE}.d/status.conf",
+                  "[Service]\nExecStopPost=echo ended with status $EXIT_STATUS\n")
+    machine.run("systemctl daemon-reload")
+    return machine
 
 
 @pytest.hookimpl(hookwrapper=True)
