@@ -50,6 +50,7 @@ class MisbehavingServer(socketserver.ThreadingMixIn, socketserver.UnixStreamServ
     """Stands behind nginx and serves the paths that are to go wrong; runs in threads of its own."""
 
     daemon_threads = True
+    request_queue_size = 128  # as many may come at once as a service has passes
     block_on_close = False
 
     def __init__(self, socket_path):

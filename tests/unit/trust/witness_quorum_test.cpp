@@ -10,7 +10,7 @@
 namespace Vantrell {
 
 static std::string Data(const char* name) {
-  return ReadWholeFile(std::string(TEST_DATA_DIR) + "/" + name);
+  return ReadWholeFile(TEST_DATA_DIR "/" + std::string(name));
 }
 
 static ReleaseKey KeyOf(const std::string& der) {
