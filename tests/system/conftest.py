@@ -63,7 +63,7 @@ def package(version, *options, stamp=FIRST_STAMP):
                         BUILT / "stand-in-client", "--service-tree", service, "--output", folder,
                         *options], check=True, stdout=subprocess.DEVNULL)
 
-    return next(cached(make, "package", version, options, newest).glob("*.deb"))
+    return next(cached(make, "package", version, stamp, options, newest).glob("*.deb"))
 
 
 def release(version, *options, files=(), channel="prod", key="release-1", deb=None, **kind):
@@ -113,7 +113,8 @@ def client_starts(machine, version):
 
 def wait_for_client(machine, pattern):
     """Waits for a line of the clients' log that matches a regular expression of grep."""
-    machine.run(["sh", "-c", 'until grep -q -- "$0" "$1"; do sleep 0.05; done', pattern, CLIENT_LOG])
+    wait = 'until grep -q -- "$0" "$1"; do sleep 0.05; done'
+    machine.run(["sh", "-c", wait, pattern, CLIENT_LOG])
 
 
 def running(machine, client):
@@ -159,6 +160,7 @@ def bare_machine():
 @pytest.fixture
 def machine(bare_machine):
     bare_machine.install(package("1.0"))
+    bare_machine.wait_for_log("listening on")  # the package does not wait for that
     bare_machine.write("/var/log/vantrell-harbor-client.log", "", 0o666)
     return bare_machine
 

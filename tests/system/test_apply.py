@@ -151,10 +151,11 @@ def test_a_stop_lets_an_install_end_that_fails_in_postinst(quiet_machine):
     stage(machine, "1.1", "--postinst",
           "if mkdir /run/begun; then until [ -e /run/go ]; do sleep 0.1; done; exit 9; fi")
     lines = request_apply(machine)
-    machine.run(f"until [ -e /run/begun ]; do sleep 0.05; done; systemctl stop --no-block {SERVICE};"
-                "touch /run/go")
+    machine.run("until [ -e /run/begun ]; do sleep 0.05; done; "
+                f"systemctl stop --no-block {SERVICE}; touch /run/go")
     assert said(machine, lines, "ended with status")[-4:] == [
-        f"[UpdateSvc] {DPKG_FAILED}", REFUSED + DPKG_FAILED, "[UpdateSvc] stopping", "ended with status 0"]
+        f"[UpdateSvc] {DPKG_FAILED}", REFUSED + DPKG_FAILED, "[UpdateSvc] stopping",
+        "ended with status 0"]
     machine.run(["systemctl", "start", SERVICE])  # which first ends what dpkg has begun
     assert machine.version_of("vantrell-harbor") == "1.1" and machine.run("dpkg --audit") == ""
 

@@ -32,7 +32,8 @@ def test_a_client_that_dies_in_time_is_rolled_back(quiet_machine, seconds):
     accept_first(machine)
     stage(machine, "1.2", "--behaviour", f"die-after {seconds}")
     before = records(machine)
-    assert said(machine, from_a_session(machine), REFUSED) == [GONE.format("inactive"), BACK, RESTORED]
+    assert said(machine, from_a_session(machine), REFUSED) == [
+        GONE.format("inactive"), BACK, RESTORED]
     assert machine.version_of("vantrell-harbor") == "1.1" and records(machine) == before
     assert machine.send("STATUS") == "READY 1.2 staged 1.2"
     forward, back, change = machine.run(

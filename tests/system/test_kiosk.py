@@ -71,5 +71,6 @@ def test_a_supervisor_that_starts_nobody_leaves_nothing_to_judge(quiet_machine):
     stage(machine, "1.1")
     start_kiosk(machine, restart="no")
     assert said(machine, request_apply(machine), "ended with status") == [
-        NO_COPY, ASKED.format(1), NONE_CAME, ASKED.format(2), NONE_CAME, BY_ITSELF, UNJUDGED, *ENDED]
+        NO_COPY, ASKED.format(1), NONE_CAME, ASKED.format(2), NONE_CAME, BY_ITSELF, UNJUDGED,
+        *ENDED]
     assert machine.version_of("vantrell-harbor") == "1.1" and not client_starts(machine, "1.1")

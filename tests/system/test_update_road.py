@@ -22,7 +22,8 @@ exec "${0##*/}" "$@"
 
 def calls(machine, tool):
     recorded = [call.split("\1") for call in machine.read(f"/run/calls-{tool}").split("\2")[:-1]]
-    return [(line.split("\0")[2:-1], environment.split("\0")[:-1]) for line, environment in recorded]
+    return [(line.split("\0")[2:-1], environment.split("\0")[:-1])
+            for line, environment in recorded]
 
 
 def test_an_offer_is_proved_fetched_and_ready(machine):
