@@ -100,7 +100,8 @@ def said(machine, after, last, timeout=120):
     lines = machine.log()[after:]
     lines = lines[:next(i for i, line in enumerate(lines) if last in line) + 1]
     # What the background thread tries a minute after the start comes wherever it comes.
-    return [line for line in lines if not line.startswith("[UpdateSvc] holding: ")]
+    return [line for line in lines
+            if line != "[UpdateSvc] up to date" and not line.startswith("[UpdateSvc] holding: ")]
 
 
 def client_starts(machine, version):
