@@ -15,7 +15,7 @@ ALL = f"echo 1 >/sys/fs/cgroup/system.slice/{SERVICE}/cgroup.kill"
 SURVIVED = "waiting for an install that outlived the service"
 SERVICE_ALONE = (f"kill -9 $(systemctl show -P MainPID {SERVICE}); until journalctl -u {SERVICE} | "
                  f"grep -q '{SURVIVED}'; do sleep 0.1; done")
-HEALED = "dpkg was interrupted, and was told to finish its work:"
+HEALED = "dpkg was interrupted; finishing its work"
 
 
 @pytest.mark.parametrize("place, kill, healing, next_pass", [
