@@ -6,8 +6,8 @@
 #   ./test.sh unit             unit tests: plain with clang++, with g++ under the sanitizers
 #   ./test.sh system [NAME]    system tests on booted machines, those whose name holds NAME
 #
-# VANTRELL_FLAVOUR=release|asan|tsan says which build of the service the system tests run; all
-# of the first two and what is marked for the third run otherwise.
+# VANTRELL_FLAVOUR=release|asan|tsan says which build of the service the system tests run. All of
+# them run the first otherwise, and some of them the other two.
 set -uo pipefail
 cd "$(dirname "$(readlink -f "$0")")" || exit
 
@@ -73,7 +73,7 @@ system() { # FLAVOUR [PYTEST OPTION...]
     failed=$((failed + 1))
     return
   fi
-  VANTRELL_FLAVOUR=$flavour /usr/bin/python3 -m pytest -q -p no:cacheprovider -n 6 --dist worksteal \
+  VANTRELL_FLAVOUR=$flavour /usr/bin/python3 -m pytest -q -p no:cacheprovider -n 6 \
     --durations 8 "$@" tests/system 2>&1 | tee "$log" | grep -vE '^(\[gw|bringing up|scheduling)'
   local result=${PIPESTATUS[0]}
   passed=$((passed + $(number_of passed "$log")))
@@ -109,6 +109,11 @@ system_tests() { # [NAME]
     return
   fi
   system release ${1:+-k "$1"}
+  [ -z "${1-}" ] || return
+  # What runs all threads and reads all input, and one whole apply, under the sanitizers.
+  local sanitized='refusals or hostile or service or seat or road or each_user'
+  system asan -k "$sanitized"
+  system tsan -k "$sanitized"
 }
 
 scripts/install-prerequisites test || exit 1

@@ -91,7 +91,7 @@ def stage(machine, version, *options, **kind):
     machine.publish(release(version, *options, **kind))
     lines = len(machine.log())
     assert machine.send("CHECK") == "OK checking"
-    machine.wait_for_log(f"{version} staged and verified", after=lines)
+    machine.wait_for_log(f"{version} staged and verified", 120, lines)
 
 
 def said(machine, after, last, timeout=120):
