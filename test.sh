@@ -6,8 +6,7 @@
 #   ./test.sh unit             unit tests: plain with clang++, with g++ under the sanitizers
 #   ./test.sh system [NAME]    system tests on booted machines, those whose name holds NAME
 #
-# VANTRELL_FLAVOUR=release|asan|tsan says which build of the service the system tests run. All of
-# them run the first otherwise, and some of them the other two.
+# VANTRELL_FLAVOUR=asan or tsan runs system tests against a sanitized build of the service.
 set -uo pipefail
 cd "$(dirname "$(readlink -f "$0")")" || exit
 
@@ -15,6 +14,12 @@ readonly Logs=$PWD/build/logs
 passed=0 failed=0 skipped=0
 
 heading() { printf '\n== %s\n' "$*"; }
+
+lose() { # NAME LOG
+  echo "FAILED  $1"
+  tail -n 60 "$2"
+  failed=$((failed + 1))
+}
 
 # Counts one check that either holds or not; what it said is shown where it does not.
 check() { # NAME COMMAND...
@@ -24,9 +29,7 @@ check() { # NAME COMMAND...
     echo "ok      $name"
     passed=$((passed + 1))
   else
-    echo "FAILED  $name"
-    tail -n 60 "$log"
-    failed=$((failed + 1))
+    lose "$name" "$log"
   fi
 }
 
@@ -47,9 +50,7 @@ build() { # PRESET [CMAKE OPTION...]
 unit() { # PRESET
   local log=$Logs/unit-$1.log
   if ! build "$1" >"$log" 2>&1; then
-    echo "FAILED  build $1"
-    tail -n 60 "$log"
-    failed=$((failed + 1))
+    lose "build $1" "$log"
     return
   fi
   ctest --preset "$1" >"$log" 2>&1
@@ -64,22 +65,32 @@ unit() { # PRESET
   failed=$((failed + lost))
 }
 
-system() { # FLAVOUR [PYTEST OPTION...]
+# Starts system tests in the background: they wait far more than they compute, and builds can
+# go on beside them.
+begin_system() { # FLAVOUR [PYTEST OPTION...]
   local flavour=$1 log=$Logs/system-$1.log
   shift
+  system_job=
   if ! lab/build "$flavour" >"$log" 2>&1; then
-    echo "FAILED  build of the lab's service, $flavour"
-    tail -n 60 "$log"
-    failed=$((failed + 1))
+    lose "build of the lab's service, $flavour" "$log"
     return
   fi
   VANTRELL_FLAVOUR=$flavour /usr/bin/python3 -m pytest -q -p no:cacheprovider -n 6 \
-    --durations 8 "$@" tests/system 2>&1 | tee "$log" | grep -vE '^(\[gw|bringing up|scheduling)'
-  local result=${PIPESTATUS[0]}
-  passed=$((passed + $(number_of passed "$log")))
-  skipped=$((skipped + $(number_of skipped "$log")))
-  local lost=$(($(number_of failed "$log") + $(number_of 'error' "$log")))
-  [ "$result" = 0 ] || [ $lost -gt 0 ] || lost=1
+    --durations 5 "$@" tests/system >"$log" 2>&1 &
+  system_job=$!
+}
+
+# Waits for them, shows what they said and counts them.
+end_system() { # FLAVOUR
+  local log=$Logs/system-$1.log result=0 lost
+  [ -n "$system_job" ] || return
+  wait "$system_job" || result=$?
+  grep -vE '^(bringing up|scheduling|$)' "$log"
+  tail -n 1 "$log" >"$log.summary"
+  lost=$(($(number_of failed "$log.summary") + $(number_of 'errors?' "$log.summary")))
+  [ $result = 0 ] || [ $lost -gt 0 ] || lost=1
+  passed=$((passed + $(number_of passed "$log.summary")))
+  skipped=$((skipped + $(number_of skipped "$log.summary")))
   failed=$((failed + lost))
 }
 
@@ -102,27 +113,31 @@ unit_tests() {
   for preset in clang asan tsan; do unit $preset; done
 }
 
-system_tests() { # [NAME]
-  heading "System tests on booted machines"
-  if [ -n "${VANTRELL_FLAVOUR-}" ]; then
-    system "$VANTRELL_FLAVOUR" ${1:+-k "$1"}
-    return
-  fi
-  system release ${1:+-k "$1"}
-  [ -z "${1-}" ] || return
-  # What runs all threads and reads all input, and one whole apply, under the sanitizers.
+system_tests() { # FLAVOUR [PYTEST OPTION...]
+  heading "System tests on booted machines, $1"
+  begin_system "$@"
+  end_system "$1"
+}
+
+everything() {
+  # What runs all threads and reads all input, and one whole apply, under the sanitizers too.
   local sanitized='refusals or hostile or service or seat or road or each_user'
-  system asan -k "$sanitized"
-  system tsan -k "$sanitized"
+  begin_system release
+  checks
+  unit_tests
+  heading "System tests on booted machines, release"
+  end_system release
+  system_tests asan -k "$sanitized"
+  system_tests tsan -k "$sanitized"
 }
 
 scripts/install-prerequisites test || exit 1
 mkdir -p "$Logs"
 case "${1-all}" in
-  all) checks; unit_tests; system_tests ;;
+  all) everything ;;
   checks) checks ;;
   unit) unit_tests ;;
-  system) system_tests "${2-}" ;;
+  system) system_tests "${VANTRELL_FLAVOUR:-release}" ${2:+-k "$2"} ;;
   *) sed -n '2,10s/^# \{0,1\}//p' "$0"; exit 2 ;;
 esac
 
