@@ -1,0 +1,90 @@
+// Sends one request again and again, each over a connection of its own, and prints how many were
+// answered in a second.
+//
+//   socket_client SOCKET REQUEST REPLY COUNT THREADS
+//
+// Every reply must be REPLY. A connection that is closed unanswered (the service serves a limited
+// number at once) is tried again and counts only when it is answered.
+
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "base/descriptor.h"
+
+namespace Vantrell {
+namespace {
+
+struct Load {
+  std::string socketPath;
+  std::string request;
+  std::string reply;
+  std::atomic<int> left{0};
+};
+
+[[noreturn]] void Fail(const char* what) {
+  perror(what);
+  exit(1);
+}
+
+// What the server sent until it closed; empty where it took the connection and did not serve it.
+std::string Ask(const Load& load) {
+  const Descriptor connection(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+  sockaddr_un address = {};
+  address.sun_family = AF_UNIX;
+  (void)strncpy(address.sun_path, load.socketPath.c_str(), sizeof address.sun_path - 1);
+  if (connect(connection.Number(), reinterpret_cast<sockaddr*>(&address), sizeof address) != 0) {
+    Fail("socket_client: connect");
+  }
+  (void)send(connection.Number(), load.request.data(), load.request.size(), MSG_NOSIGNAL);
+  char reply[512];
+  size_t length = 0;
+  while (length < sizeof reply) {
+    const ssize_t got = read(connection.Number(), reply + length, sizeof reply - length);
+    if (got <= 0) break;
+    length += static_cast<size_t>(got);
+  }
+  return {reply, length};
+}
+
+void AskUntilDone(Load* load) {
+  while (load->left-- > 0) {
+    std::string reply;
+    while (reply.empty()) reply = Ask(*load);
+    if (reply == load->reply) continue;
+    fprintf(stderr, "socket_client: unexpected reply: %s", reply.c_str());
+    exit(1);
+  }
+}
+
+}  // namespace
+}  // namespace Vantrell
+
+int main(int argc, char** argv) {
+  if (argc != 6) return 2;
+  Vantrell::Load load;
+  load.socketPath = argv[1];
+  load.request = std::string(argv[2]) + "\n";
+  load.reply = std::string(argv[3]) + "\n";
+  const int count = atoi(argv[4]);
+  load.left = count;
+
+  const auto start = std::chrono::steady_clock::now();
+  std::vector<std::thread> threads;
+  for (int number = atoi(argv[5]); number > 0; --number) {
+    threads.emplace_back(Vantrell::AskUntilDone, &load);
+  }
+  for (std::thread& thread : threads) thread.join();
+  const std::chrono::duration<double> taken = std::chrono::steady_clock::now() - start;
+  printf("%.0f\n", count / taken.count());
+  return 0;
+}

@@ -1,0 +1,41 @@
+#!/usr/bin/python3
+"""Peak resident memory of the service after it has staged a small package and a large one."""
+
+import statistics
+
+import service
+
+ROUNDS = 3
+SIZES = {"1.1": 10, "1.2": 500}  # MiB of each version's package
+
+
+def peak(machine, tree, version):
+    process = service.restart(machine)
+    machine.offer((tree / "offer.json").read_bytes())
+    lines = len(machine.log())
+    machine.send("CHECK")
+    machine.wait_for_log(f"{version} staged and verified", 300, after=lines)
+    service.wait_until_idle(process)
+    return service.mebibytes(process, "VmHWM")
+
+
+def main():
+    service.build()
+    peaks = {version: [] for version in SIZES}
+    fresh = []
+    with service.scratch() as folder, service.machine_with_service(folder) as machine:
+        trees = {version: service.release(folder, version, size)
+                 for version, size in SIZES.items()}
+        for tree in trees.values():
+            machine.publish(tree, offer=False)
+        for _ in range(ROUNDS):
+            fresh.append(service.mebibytes(service.restart(machine), "VmHWM"))
+            for version, tree in trees.items():
+                peaks[version].append(peak(machine, tree, version))
+    small, large = (statistics.median(peaks[version]) for version in SIZES)
+    print(f"peak resident memory: {statistics.median(fresh):.1f} MiB just started, "
+          f"{small:.1f} MiB after staging 10 MiB, {large:.1f} MiB after staging 500 MiB, "
+          f"difference {large - small:+.1f} MiB")
+
+
+main()
