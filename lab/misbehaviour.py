@@ -4,6 +4,7 @@ import http.server
 import os
 import socket
 import socketserver
+import subprocess
 import threading
 
 
@@ -84,3 +85,21 @@ class MisbehavingServer(socketserver.ThreadingMixIn, socketserver.UnixStreamServ
         self.released.set()
         self.socket.shutdown(socket.SHUT_RDWR)  # wakes the accepting thread
         self.server_close()
+
+
+def serve_by_hand(machine):
+    """A server on port 8443 of every host; its pipes are the one connection that it takes."""
+    server = machine.popen(["openssl", "s_server", "-quiet", "-naccept", "1", "-accept", "8443",
+                            "-cert", "/etc/lab/server.crt", "-key", "/etc/lab/server.key"],
+                           stdin=subprocess.PIPE, stdout=subprocess.PIPE, bufsize=0)
+    machine.run("until ss -Hltn sport = :8443 | grep -q .; do sleep 0.02; done")
+    return server
+
+
+def request_to(server, end):
+    """The bytes of the request that ends so."""
+    got = b""
+    while not got.endswith(end):
+        assert (piece := server.stdout.read(65536)), f"the request ends with {got}"
+        got += piece
+    return got.decode()

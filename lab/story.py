@@ -1,23 +1,19 @@
 """The story that demo.sh tells. Every claim at its end was tested on the way."""
 
 import json
-import pathlib
 import signal
 import subprocess
 import sys
-import tempfile
 import threading
 import time
 
+from lab.client_log import CLIENT_LOG, wait_for_client
 from lab.machine import SERVICE, Machine, missing_requirements
 from lab.outside_world import DOWNLOADS
+from lab.releases import NEXT_STAMP, package, release
 
-ROOT = pathlib.Path(__file__).resolve().parents[1]
-BUILT = ROOT / "build/lab/release"
-CLIENT_LOG = "/var/log/vantrell-harbor-client.log"
 STATE = "/var/lib/vantrell-harbor/update"
 EXIT_STATUS = "/run/exit-status-of-the-service"
-NEXT_STAMP = "2026-11-21-0900"  # of the build that lab/build makes beside the first
 ARGUMENTS = ["--room", "harbor view", ""]
 
 proved = []
@@ -79,24 +75,6 @@ class LiveLog:
                 sys.exit(f"\nNOT PROVED: the log says {text!r} within {limit} s")
 
 
-def make_package(folder, version, *options, service="service"):
-    made = subprocess.run(
-        [ROOT / "lab/client/make-package", "--version", version, "--client",
-         BUILT / "stand-in-client", "--service-tree", BUILT / service, "--output", folder, *options],
-        check=True, stdout=subprocess.PIPE, text=True)
-    return made.stdout.strip()
-
-
-def make_release(folder, version, *options, service="service"):
-    """Folder of a signed release, laid out for the hosts."""
-    deb = make_package(folder, version, *options, service=service)
-    tree = pathlib.Path(folder, f"release-{version}")
-    subprocess.run([ROOT / "publisher/publish-release", "--version", version, "--channel", "prod",
-                    "--key", ROOT / "build/lab/keys/release-1.pem", "--output", tree, deb],
-                   check=True, stdout=subprocess.DEVNULL)
-    return tree
-
-
 def start_client(machine):
     """Alice logs in at the screen and starts the client in her session."""
     session = machine.login("alice")
@@ -109,17 +87,17 @@ def running_clients(machine):
     return [process for process in processes if " /usr/bin/vantrell-harbor " in process]
 
 
-def tell_of_a_good_release(machine, log, folder):
+def tell_of_a_good_release(machine, log):
     heading("1. Client 1.0 runs in alice's session at the screen.")
     machine.write(CLIENT_LOG, "", 0o666)
     session, client = start_client(machine)
-    machine.run(f"timeout 10 tail -f {CLIENT_LOG} | grep -qm1 'start argv'", check=False)
+    wait_for_client(machine, "start argv")
     for line in running_clients(machine):
         say(line)
 
     heading("2. Release 1.1 is published on three witnesses and offered. The service checks.")
     mark = log.mark()
-    machine.publish(make_release(folder, "1.1", service="next-service"))
+    machine.publish(release("1.1", stamp=NEXT_STAMP))
     say("> CHECK     " + machine.send("CHECK"))
     proof = log.wait("agreed by 3/3 witnesses", mark)
     log.wait("1.1 staged and verified", mark)
@@ -161,9 +139,9 @@ def tell_of_a_good_release(machine, log, folder):
     session.logout()
 
 
-def tell_of_a_tampered_offer(machine, log, folder):
+def tell_of_a_tampered_offer(machine, log):
     heading("5. The update server is broken into: release 1.2 is offered with another file.")
-    tree = make_release(folder, "1.2")
+    tree = release("1.2")
     machine.publish(tree, offer=False)
     manifest = json.loads((tree / "offer.json").read_text())
     manifest["files"][0]["sha256"] = "0" * 64
@@ -182,11 +160,11 @@ def tell_of_a_tampered_offer(machine, log, folder):
     prove("and leaves nothing on disk", not machine.exists(f"{STATE}/client-staging/1.2"))
 
 
-def tell_of_a_bad_release(machine, log, folder):
+def tell_of_a_bad_release(machine, log):
     heading("6. Alice logs in afresh. Release 1.3 is signed and proved, but its client dies.")
     _, client = start_client(machine)
     mark = log.mark()
-    machine.publish(make_release(folder, "1.3", "--behaviour", "die-after 3"))
+    machine.publish(release("1.3", "--behaviour", "die-after 3"))
     say("> CHECK     " + machine.send("CHECK"))
     log.wait("1.3 staged and verified", mark)
     client.send_signal(signal.SIGUSR1)
@@ -205,17 +183,17 @@ def main():
     missing = missing_requirements()
     if missing:
         sys.exit(f"The demo cannot run here: {missing}.")
-    with Machine() as machine, tempfile.TemporaryDirectory() as folder:
+    with Machine() as machine:
         heading(f"A Debian machine with systemd has booted in {machine.boot_seconds:.1f} s. "
                 "Client 1.0 is installed; the service came with it.")
         log = LiveLog(machine)
         machine.write(f"/etc/systemd/system/{SERVICE}.d/lab.conf",
                       f"[Service]\nExecStopPost=sh -c 'echo $EXIT_STATUS >{EXIT_STATUS}'\n")
-        machine.install(make_package(folder, "1.0"))
+        machine.install(package("1.0"))
         log.wait("listening on", 0)
-        tell_of_a_good_release(machine, log, folder)
-        tell_of_a_tampered_offer(machine, log, folder)
-        tell_of_a_bad_release(machine, log, folder)
+        tell_of_a_good_release(machine, log)
+        tell_of_a_tampered_offer(machine, log)
+        tell_of_a_bad_release(machine, log)
         heading("What this run has proved:")
         for claim in proved:
             say("- " + claim)

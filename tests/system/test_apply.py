@@ -5,12 +5,13 @@ import subprocess
 import time
 
 import pytest
-from check_pass import kept, publish_by_hand
-from conftest import (CLIENT, CLIENT_LOG, ENDED, NEXT_STAMP, NO_COPY, RELAUNCHED, ROOT, SERVICE,
-                      STATE, UNJUDGED, client_requests_apply, client_starts, package,
-                      request_apply, running, said, stage, wait_for_client)
+from conftest import (CLIENT, ENDED, NO_COPY, RELAUNCHED, ROOT, SERVICE, UNJUDGED,
+                      client_requests_apply, request_apply, said, stage)
 
+from lab.client_log import CLIENT_LOG, client_starts, running, wait_for_client
 from lab.machine import SOCKET
+from lab.releases import NEXT_STAMP, package, publish_by_hand
+from lab.service_view import STATE, kept
 
 DEB = "vantrell-harbor_1.1_amd64.deb"
 README = f"notes/readme={ROOT}/README.md"

@@ -1,12 +1,13 @@
 """What a hostile update server, a full disk or an unlucky moment may do, and may not."""
 
 import pytest
-from check_pass import (NOTHING, STAGED, ask, asked, check, first_pass, kept, publish_by_hand,
-                        refused, request_to, serve_by_hand, wait_for_passes)
-from conftest import FLAVOUR, STATE, release
+from check_pass import NOTHING, STAGED, asked, check, first_pass, refused
 
 from lab.machine import SERVICE
+from lab.misbehaviour import request_to, serve_by_hand
 from lab.outside_world import CHECK_PATH, DOWNLOADS, UPDATES
+from lab.releases import FLAVOUR, publish_by_hand, release
+from lab.service_view import STATE, ask, kept, wait_for_passes
 
 MIB = 1 << 20
 HUGE = b'{"files":[],"version":"1.1","filling":"%s"}' % (b"x" * 60 * MIB)

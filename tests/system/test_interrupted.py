@@ -1,8 +1,10 @@
 """A SIGKILL in the middle of an install: the next start of the service makes good for it."""
 
 import pytest
-from check_pass import STAGED, check, kept
+from check_pass import STAGED, check
 from conftest import ENDED, NO_COPY, SERVICE, request_apply, said, stage
+
+from lab.service_view import kept
 
 # Whoever opens the gate to write waits for the install to come to it, and holds it there.
 GATE = "[ ! -p /run/gate ] || read -r _ </run/gate || true"

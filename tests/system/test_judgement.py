@@ -1,8 +1,11 @@
 """A new client must stay for twenty seconds, or the previous package comes back."""
 
 import pytest
-from conftest import (CLIENT, ENDED, NO_COPY, RELAUNCHED, SERVICE, STATE, client_requests_apply,
-                      client_starts, request_apply, said, stage, wait_for_client)
+from conftest import (CLIENT, ENDED, NO_COPY, RELAUNCHED, SERVICE, client_requests_apply,
+                      request_apply, said, stage)
+
+from lab.client_log import client_starts, wait_for_client
+from lab.service_view import STATE
 
 GONE = "[UpdateSvc] the new client exited within 20000ms ({})"
 BACK = "[UpdateSvc] rolling back to the previous set (1.1)"

@@ -1,8 +1,9 @@
 """A client under a supervisor is not started by the service: it ends the old one and watches."""
 
 import pytest
-from conftest import (CLIENT, CLIENT_LOG, ENDED, NO_COPY, RELAUNCHED, UNJUDGED, client_starts,
-                      request_apply, running, said, stage, wait_for_client)
+from conftest import CLIENT, ENDED, NO_COPY, RELAUNCHED, UNJUDGED, request_apply, said, stage
+
+from lab.client_log import CLIENT_LOG, client_starts, running, wait_for_client
 
 ASKED = ("[UpdateSvc] asked the kiosk supervisor (kiosk@1.service) to restart its client from the "
          "new image (attempt {})")

@@ -2,7 +2,9 @@
 
 import subprocess
 
-from conftest import BUILT, ROOT, SERVICE, package
+from conftest import ROOT, SERVICE
+
+from lab.releases import BUILT, package
 
 CONFIG = "/etc/vantrell-harbor/update.conf"
 SOCKET_UNIT = SERVICE.replace(".service", ".socket")

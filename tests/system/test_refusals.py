@@ -3,13 +3,14 @@
 import json
 
 import pytest
-from check_pass import (AGREED, BLOCK, CHECKED, COMPONENT, DIGEST, NOTHING, SIGNATURE, STAGED,
-                        VERIFIED, WITNESS_FILES, ask, asked, check, expect_refusal, fact,
-                        first_pass, kept, publish_by_hand, refused, request_to, serve_by_hand,
-                        wait_for_passes)
-from conftest import STATE, release
+from check_pass import (AGREED, CHECKED, NOTHING, STAGED, VERIFIED, asked, check, expect_refusal,
+                        first_pass, refused)
 
+from lab.misbehaviour import request_to, serve_by_hand
 from lab.outside_world import CHECK_PATH, DOWNLOADS, STORAGE, UPDATES
+from lab.releases import (BLOCK, COMPONENT, DIGEST, SIGNATURE, WITNESS_FILES, fact,
+                          publish_by_hand, release)
+from lab.service_view import STATE, ask, kept, wait_for_passes
 
 CONFIG = "/etc/vantrell-harbor/update.conf"
 PEER = "SSL peer certificate or SSH remote key was not OK"

@@ -2,10 +2,9 @@
 
 from functools import partial
 
-from check_pass import wait_for_passes
-from conftest import dial
 
 from lab.machine import SOCKET
+from lab.service_view import dial, wait_for_passes
 
 CONFIG = "/etc/vantrell-harbor/update.conf"
 RIGHTS = "ERR only a signed-in user at this machine may change the update channel\n"

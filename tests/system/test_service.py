@@ -6,11 +6,13 @@ import subprocess
 import time
 
 import pytest
-from conftest import (CLIENT, CLIENT_LOG, FIRST_STAMP, FLAVOUR, SERVICE, dial, running,
-                      wait_for_client)
+from conftest import CLIENT
 
-from lab.machine import SOCKET
+from lab.client_log import CLIENT_LOG, running, wait_for_client
+from lab.machine import SERVICE, SOCKET
 from lab.outside_world import UPDATES
+from lab.releases import FIRST_STAMP, FLAVOUR
+from lab.service_view import dial
 
 CONFIG = "/etc/vantrell-harbor/update.conf"
 SOCKET_UNIT = "vantrell-harbor-updated.socket"

@@ -3,8 +3,11 @@
 import re
 
 import pytest
-from conftest import (CLIENT, ENDED, NEXT_STAMP, NO_COPY, RELAUNCHED, STATE, client_requests_apply,
-                      client_starts, running, said, stage)
+from conftest import CLIENT, ENDED, NO_COPY, RELAUNCHED, client_requests_apply, said, stage
+
+from lab.client_log import client_starts, running
+from lab.releases import NEXT_STAMP
+from lab.service_view import STATE
 
 ARGUMENTS = ["--room", "two words", "", 'a "quoted" one', "it's", "two\nlines", "--", "-x"]
 KEPT = ["DISPLAY", "WAYLAND_DISPLAY", "XAUTHORITY", "XDG_RUNTIME_DIR", "XDG_SESSION_TYPE",

@@ -127,11 +127,6 @@ TEST(JsonParser, LargeObjectKeepsFirstPlaceAndLastValue) {
   EXPECT_EQ(found, "k140 k151 k162 k1999993 new5 ");
 }
 
-TEST(JsonParser, LongStringOfEscapesTakesLinearTime) {
-  const auto value = ParseJson('"' + Repeated("\\n", 5000000) + '"', nullptr);
-  EXPECT_EQ(value.value_or(JsonValue()).text.size(), 5000000U);
-}
-
 constexpr int64_t Odd = 9007199254740993;  // 2 to the 53rd and one: no double holds it
 
 struct AccessorCase {

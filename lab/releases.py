@@ -1,0 +1,96 @@
+"""Packages and signed releases of the stand-in client: decent ones, and what no publisher makes.
+
+VANTRELL_FLAVOUR says which build of the service they carry: release, asan or tsan; lab/build makes
+it. Packages and releases are made once and kept beside it.
+"""
+
+import fcntl
+import hashlib
+import json
+import os
+import pathlib
+import subprocess
+
+from lab.outside_world import DOWNLOADS, UPDATES, WITNESSES
+
+ROOT = pathlib.Path(__file__).resolve().parents[1]
+FLAVOUR = os.environ.get("VANTRELL_FLAVOUR", "release")
+BUILT = ROOT / "build/lab" / FLAVOUR
+KEYS = ROOT / "build/lab/keys"
+FIRST_STAMP, NEXT_STAMP = "2026-10-11-2304", "2026-11-21-0900"
+COMPONENT = "client-linux-amd64"
+WITNESS_FILES = BLOCK, SIGNATURE, DIGEST = "release.block", "release.sig", f"{COMPONENT}.sha256"
+
+
+def cached(make, *key):
+    """What `make(folder)` puts into a folder that all runs share, made once for each key."""
+    digest = hashlib.sha256(repr(key).encode()).hexdigest()[:16]
+    BUILT.joinpath("made").mkdir(exist_ok=True)
+    folder = BUILT / "made" / digest
+    with open(f"{folder}.lock", "w") as lock:
+        fcntl.flock(lock, fcntl.LOCK_EX)
+        if not folder.exists():
+            making = folder.with_suffix(".making")
+            subprocess.run(["rm", "-rf", making], check=True)
+            making.mkdir()
+            make(making)
+            making.rename(folder)
+    return folder
+
+
+def package(version, *options, stamp=FIRST_STAMP):
+    """Path of a client package; the options are lab/client/make-package's."""
+    service = BUILT / ("service" if stamp == FIRST_STAMP else "next-service")
+    sources = [service, ROOT / "packaging", ROOT / "lab/client"]
+    newest = max(path.stat().st_mtime_ns for root in sources for path in root.rglob("*"))
+
+    def make(folder):
+        subprocess.run([ROOT / "lab/client/make-package", "--version", version, "--client",
+                        BUILT / "stand-in-client", "--service-tree", service, "--output", folder,
+                        *options], check=True, stdout=subprocess.DEVNULL)
+
+    return next(cached(make, "package", version, stamp, options, newest).glob("*.deb"))
+
+
+def release(version, *options, files=(), channel="prod", key="release-1", deb=None, **kind):
+    """Folder with a published release of package(version, *options) and of other `files`."""
+    deb = deb or package(version, *options, **kind)
+
+    def make(folder):
+        subprocess.run([ROOT / "publisher/publish-release", "--version", version, "--channel",
+                        channel, "--key", KEYS / f"{key}.pem", "--output", folder / "tree", deb,
+                        *files], check=True, stdout=subprocess.DEVNULL)
+
+    return cached(make, "release", str(deb), version, channel, key, [str(f) for f in files]) / "tree"
+
+
+def fact(number, file, version="1.1"):
+    """Host and path of one of the nine signed facts of a release."""
+    host, base = WITNESSES[number - 1]
+    return host, f"{base}/prod/{version}.{file}"
+
+
+def publish_by_hand(machine, files, key="release-1", block=None):
+    """Publishes and offers a release 1.1 that no decent publisher would make.
+
+    `files` are pairs of name and content; `block` stands for the true one. Returns the digest.
+    """
+    entries = [{"name": name, "sha256": hashlib.sha256(content).hexdigest(), "size": len(content),
+                "url": f"https://{DOWNLOADS}/packages/1.1/{number}"}
+               for number, (name, content) in enumerate(files)]
+    lines = {f"{entry['name']}:{entry['sha256']}:{entry['size']}" for entry in entries}
+    digest = hashlib.sha256("\n".join([f"1.1|{COMPONENT}", *sorted(lines)]).encode()).hexdigest()
+    block = (block or f"vantrell-release-v1\n1.1\n{COMPONENT} {digest}\n").encode()
+    signature = subprocess.run(["openssl", "dgst", "-sha256", "-sign", KEYS / f"{key}.pem"],
+                               input=block, check=True, stdout=subprocess.PIPE).stdout
+    offer = json.dumps({"version": "1.1", "files": entries}).encode()
+    documents = {(UPDATES, "/offer.json"): offer}
+    for number, (_, content) in enumerate(files):
+        documents[DOWNLOADS, f"/packages/1.1/{number}"] = content
+    for file, content in zip(WITNESS_FILES, (block, signature, digest.encode())):
+        documents.update({fact(number, file): content for number in (1, 2, 3)})
+    for place, content in documents.items():
+        path = pathlib.Path(f"/proc/{machine.leader}/root{machine.document(*place)}")
+        path.parent.mkdir(parents=True, exist_ok=True)
+        path.write_bytes(content)
+    return digest
