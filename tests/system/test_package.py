@@ -18,14 +18,12 @@ cp {BUILT}/stand-in-client client/usr/bin/vantrell-harbor
 %s
 exec {ROOT}/packaging/make-client-package --version 1 --client-tree client \\
   --service-tree service --output made"""
-NO_CLIENT = "the client tree holds no executable file usr/bin/vantrell-harbor; put the client " \
-    "there."
 REFUSED = [  # what is done to good trees, what is said
     ("touch service/usr/share/doc/vantrell-harbor/DEVELOPMENT-KEYS",
      "this service trusts development keys; configure the build with VANTRELL_RELEASE_KEY_1 and "
      "VANTRELL_RELEASE_KEY_2, install it again."),
-    ("rm client/usr/bin/vantrell-harbor", NO_CLIENT),
-    ("ln -sf /bin/true client/usr/bin/vantrell-harbor", NO_CLIENT),
+    ("ln -sf /bin/true client/usr/bin/vantrell-harbor", "the client tree holds no executable file "
+     "usr/bin/vantrell-harbor; put the client there."),
     ("rm -r service/usr/lib/vantrell-harbor", "the service tree lacks /usr/lib/vantrell-harbor/"
      "heal-interrupted-install; install the service into it with prefix /usr."),
 ]
