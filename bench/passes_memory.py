@@ -1,4 +1,4 @@
-#!/usr/bin/python3
+"""Resident memory after many check passes at once, with malloc_trim and without."""
 """Resident memory after many check passes at once, with malloc_trim and with one that does nothing."""
 
 import statistics

@@ -7,6 +7,8 @@ import time
 from lab.machine import SERVICE, SOCKET
 from lab.releases import FLAVOUR
 
+CLIENT = "/usr/bin/vantrell-harbor"
+CONFIG = "/etc/vantrell-harbor/update.conf"
 STATE = "/var/lib/vantrell-harbor/update"
 IDLE_THREADS = 3 if FLAVOUR == "tsan" else 2  # one is the sanitizer's own
 
@@ -22,7 +24,12 @@ def dial(machine):
 def ask(machine, request):
     with dial(machine) as connection:
         connection.sendall(request.encode() + b"\n")
-        return connection.recv(4096).decode().removesuffix("\n")
+        return connection.makefile().read().removesuffix("\n")
+
+
+def main_pid(machine):
+    """The pid of the service inside the machine, as text; "0" when it does not run."""
+    return machine.run(["systemctl", "show", "--value", "--property=MainPID", SERVICE]).strip()
 
 
 def wait_for_passes(machine):

@@ -11,8 +11,9 @@ from lab.client_log import CLIENT_LOG, wait_for_client
 from lab.machine import SERVICE, Machine, missing_requirements
 from lab.outside_world import DOWNLOADS
 from lab.releases import NEXT_STAMP, package, release
+from lab.service_view import CLIENT, STATE
+from lab.update_steps import shut_window
 
-STATE = "/var/lib/vantrell-harbor/update"
 EXIT_STATUS = "/run/exit-status-of-the-service"
 ARGUMENTS = ["--room", "harbor view", ""]
 
@@ -78,13 +79,13 @@ class LiveLog:
 def start_client(machine):
     """Alice logs in at the screen and starts the client in her session."""
     session = machine.login("alice")
-    client = session.start(["/usr/bin/vantrell-harbor", *ARGUMENTS])
+    client = session.start([CLIENT, *ARGUMENTS])
     return session, client
 
 
 def running_clients(machine):
     processes = machine.run(["ps", "-e", "-o", "user=,pid=,args="]).splitlines()
-    return [process for process in processes if " /usr/bin/vantrell-harbor " in process]
+    return [process for process in processes if f" {CLIENT} " in process]
 
 
 def tell_of_a_good_release(machine, log):
@@ -114,9 +115,7 @@ def tell_of_a_good_release(machine, log):
 
     heading("3. Alice says yes: her client asks for the install and exits. The window does not "
             "bind her.")
-    far = (time.gmtime().tm_hour + 12) % 24
-    machine.write("/etc/vantrell-harbor/update.conf",
-                  f"WindowStart={far:02}:00\nWindowEnd={far:02}:30\n")
+    shut_window(machine)
     say("> WINDOW    " + machine.send("WINDOW"))
     mark = log.mark()
     client.send_signal(signal.SIGUSR1)

@@ -5,13 +5,13 @@ import subprocess
 import time
 
 import pytest
-from conftest import (CLIENT, ENDED, NO_COPY, RELAUNCHED, ROOT, SERVICE, UNJUDGED,
-                      client_requests_apply, request_apply, said, stage)
+from conftest import ENDED, NO_COPY, RELAUNCHED, ROOT, SERVICE, UNJUDGED
 
 from lab.client_log import CLIENT_LOG, client_starts, running, wait_for_client
 from lab.machine import SOCKET
 from lab.releases import NEXT_STAMP, package, publish_by_hand
-from lab.service_view import STATE, kept
+from lab.service_view import CLIENT, CONFIG, STATE, kept
+from lab.update_steps import client_requests_apply, request_apply, said, stage
 
 DEB = "vantrell-harbor_1.1_amd64.deb"
 README = f"notes/readme={ROOT}/README.md"
@@ -30,7 +30,7 @@ $| = 1; print "held\n"; <STDIN>"""
 @pytest.mark.slow
 def test_inside_the_window_an_offer_installs_itself(quiet_machine):
     machine = quiet_machine
-    machine.write("/etc/vantrell-harbor/update.conf", "WindowEnabled=0\n")
+    machine.write(CONFIG, "WindowEnabled=0\n")
     stage(machine, "1.1", files=[README], stamp=NEXT_STAMP)
     hashes = f"cd {STATE} && sha256sum client-staging/1.1/vantrell* client-staging/1.1/notes/readme"
     staged, identity, lines = machine.run(hashes), machine.read(f"{STATE}/install-id"), \

@@ -1,13 +1,12 @@
 """What a hostile update server, a full disk or an unlucky moment may do, and may not."""
 
 import pytest
-from check_pass import NOTHING, STAGED, asked, check, first_pass, refused
 
-from lab.machine import SERVICE
+from lab.check_pass import NOTHING, STAGED, asked, check, first_pass, refused
 from lab.misbehaviour import request_to, serve_by_hand
 from lab.outside_world import CHECK_PATH, DOWNLOADS, UPDATES
 from lab.releases import FLAVOUR, publish_by_hand, release
-from lab.service_view import STATE, ask, kept, wait_for_passes
+from lab.service_view import CONFIG, STATE, ask, kept, main_pid, wait_for_passes
 
 MIB = 1 << 20
 HUGE = b'{"files":[],"version":"1.1","filling":"%s"}' % (b"x" * 60 * MIB)
@@ -21,8 +20,7 @@ HOSTILE = [
 
 def process(machine):
     """The fields of the service's /proc/PID/status that name it and tell its memory, in MiB."""
-    words = machine.run("cat /proc/$(systemctl show --value --property=MainPID "
-                        f"{SERVICE})/status").split()
+    words = machine.run(["cat", f"/proc/{main_pid(machine)}/status"]).split()
     return words[words.index("Pid:") + 1], int(words[words.index("VmRSS:") + 1]) / 1024
 
 
@@ -37,7 +35,7 @@ def test_no_answer_brings_the_service_down(machine):
 
 
 def test_status_is_answered_while_a_huge_answer_comes_in(machine):
-    machine.write("/etc/vantrell-harbor/update.conf", f"Endpoint={UPDATES}:8443\n")
+    machine.write(CONFIG, f"Endpoint={UPDATES}:8443\n")
     server = serve_by_hand(machine)
     ask(machine, "CHECK")
     request_to(server, b'"}')

@@ -1,10 +1,11 @@
 """A SIGKILL in the middle of an install: the next start of the service makes good for it."""
 
 import pytest
-from check_pass import STAGED, check
-from conftest import ENDED, NO_COPY, SERVICE, request_apply, said, stage
+from conftest import ENDED, NO_COPY, SERVICE
 
+from lab.check_pass import STAGED, check
 from lab.service_view import kept
+from lab.update_steps import request_apply, said, stage
 
 # Whoever opens the gate to write waits for the install to come to it, and holds it there.
 GATE = "[ ! -p /run/gate ] || read -r _ </run/gate || true"

@@ -1,11 +1,11 @@
 """A new client must stay for twenty seconds, or the previous package comes back."""
 
 import pytest
-from conftest import (CLIENT, ENDED, NO_COPY, RELAUNCHED, SERVICE, client_requests_apply,
-                      request_apply, said, stage)
+from conftest import ENDED, NO_COPY, RELAUNCHED, SERVICE
 
 from lab.client_log import client_starts, wait_for_client
-from lab.service_view import STATE
+from lab.service_view import CLIENT, STATE
+from lab.update_steps import client_requests_apply, request_apply, said, stage
 
 GONE = "[UpdateSvc] the new client exited within 20000ms ({})"
 BACK = "[UpdateSvc] rolling back to the previous set (1.1)"

@@ -1,9 +1,11 @@
 """A client under a supervisor is not started by the service: it ends the old one and watches."""
 
 import pytest
-from conftest import CLIENT, ENDED, NO_COPY, RELAUNCHED, UNJUDGED, request_apply, said, stage
+from conftest import ENDED, NO_COPY, RELAUNCHED, UNJUDGED
 
 from lab.client_log import CLIENT_LOG, client_starts, running, wait_for_client
+from lab.service_view import CLIENT
+from lab.update_steps import request_apply, said, stage
 
 ASKED = ("[UpdateSvc] asked the kiosk supervisor (kiosk@1.service) to restart its client from the "
          "new image (attempt {})")

@@ -5,8 +5,8 @@ import subprocess
 from conftest import ROOT, SERVICE
 
 from lab.releases import BUILT, package
+from lab.service_view import CONFIG
 
-CONFIG = "/etc/vantrell-harbor/update.conf"
 SOCKET_UNIT = SERVICE.replace(".service", ".socket")
 STATE = f"""while systemctl list-jobs --no-legend | grep -q .; do sleep 0.1; done
 systemctl is-active {SOCKET_UNIT} {SERVICE}; systemctl show -P NeedDaemonReload {SERVICE}

@@ -3,16 +3,15 @@
 import json
 
 import pytest
-from check_pass import (AGREED, CHECKED, NOTHING, STAGED, VERIFIED, asked, check, expect_refusal,
-                        first_pass, refused)
 
+from lab.check_pass import (AGREED, CHECKED, NOTHING, STAGED, VERIFIED, asked, check,
+                            expect_refusal, first_pass, refused)
 from lab.misbehaviour import request_to, serve_by_hand
 from lab.outside_world import CHECK_PATH, DOWNLOADS, STORAGE, UPDATES
 from lab.releases import (BLOCK, COMPONENT, DIGEST, SIGNATURE, WITNESS_FILES, fact,
                           publish_by_hand, release)
-from lab.service_view import STATE, ask, kept, wait_for_passes
+from lab.service_view import CONFIG, STATE, ask, kept, wait_for_passes
 
-CONFIG = "/etc/vantrell-harbor/update.conf"
 PEER = "SSL peer certificate or SSH remote key was not OK"
 CLOSED = "Server returned nothing (no headers, no data)"
 HASH = "b" * 64

@@ -2,11 +2,9 @@
 
 from functools import partial
 
-
 from lab.machine import SOCKET
-from lab.service_view import dial, wait_for_passes
+from lab.service_view import CONFIG, dial, wait_for_passes
 
-CONFIG = "/etc/vantrell-harbor/update.conf"
 RIGHTS = "ERR only a signed-in user at this machine may change the update channel\n"
 # The key stands there twice, beside much that is none.
 BEFORE = (b"# kept = \xff\n\n Channel = dev \r\n Proxy=a=b \r\nchannel=dev\n"

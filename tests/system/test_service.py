@@ -6,17 +6,14 @@ import subprocess
 import time
 
 import pytest
-from conftest import CLIENT
 
 from lab.client_log import CLIENT_LOG, running, wait_for_client
 from lab.machine import SERVICE, SOCKET
 from lab.outside_world import UPDATES
 from lab.releases import FIRST_STAMP, FLAVOUR
-from lab.service_view import dial
+from lab.service_view import CLIENT, CONFIG, ask, dial, main_pid
 
-CONFIG = "/etc/vantrell-harbor/update.conf"
 SOCKET_UNIT = "vantrell-harbor-updated.socket"
-MAIN_PID = f"$(systemctl show --value --property=MainPID {SERVICE})"
 PROGRAM = "/usr/sbin/vantrell-harbor-updated"
 # The thread sanitizer cannot place its shadow memory in a randomised address space.
 BY_HAND = ["setarch", "-R", PROGRAM, "other", "--version"]
@@ -33,12 +30,6 @@ def socket_file(machine):
     return inode
 
 
-def ask(machine, request):
-    with dial(machine) as connection:
-        connection.sendall(request)
-        return connection.makefile().read()
-
-
 def test_the_socket_unit_serves_whatever_becomes_of_the_service(machine):
     assert machine.send("STATUS") == "IDLE - " and machine.log()[-1] == START
     path = socket_file(machine)
@@ -49,9 +40,9 @@ def test_the_socket_unit_serves_whatever_becomes_of_the_service(machine):
     machine.run(["systemctl", "restart", SERVICE])
     assert machine.log()[-2:] == [STOP, START]  # not active before it is ready
     for unexpected in ("KILL", "TERM", "INT", "HUP"):
-        machine.run(f"pid={MAIN_PID}; systemctl kill --signal={unexpected} {SERVICE}; "
+        machine.run(f"pid={main_pid(machine)}; systemctl kill --signal={unexpected} {SERVICE}; "
                     "tail --pid=$pid --sleep-interval=0.1 --follow /dev/null")
-        assert ask(machine, b"STATUS\n") == "IDLE - \n", unexpected
+        assert ask(machine, "STATUS") == "IDLE - ", unexpected
     restarts = machine.run(["systemctl", "show", "--value", "--property=NRestarts", SERVICE])
     assert restarts == "4\n"  # not by way of the socket
     machine.run(["systemctl", "--quiet", "stop", SERVICE])
@@ -86,10 +77,10 @@ def test_a_stop_waits_neither_for_holders_nor_for_check_passes(machine):
         if host == "mute":
             machine.misbehave(UPDATES, None, "mute")
         _silent = dial(machine)
-        assert [ask(machine, b"CHECK\n") for _ in range(24)] == ["OK checking\n"] * 24
+        assert [ask(machine, "CHECK") for _ in range(24)] == ["OK checking"] * 24
         if host == "mute":
             machine.run("until ss -Htn state established dst 127.0.0.23 | grep -q .; do :; done")
-            assert ask(machine, b"STATUS\n") == "IDLE - \n"
+            assert ask(machine, "STATUS") == "IDLE - "
         ended = machine.run(f"systemctl --quiet stop {SERVICE}; systemctl show "
                             f"--property=Result,ExecMainStatus {SERVICE}", timeout=15)
         assert ended == "Result=success\nExecMainStatus=0\n"
@@ -108,7 +99,7 @@ def test_ready_follows_the_start_up_line_and_stopping_comes_last(machine):
     for stop in (signal.SIGTERM, signal.SIGINT):
         daemon = machine.popen(BY_HAND, env={"NOTIFY_SOCKET": "/run/told"}, stderr=errors)
         assert "".join(iter(lambda: told.recv(999).decode(), "READY=1")) == START + "\n"
-        assert ask(machine, b"STATUS\n") == "IDLE - \n"
+        assert ask(machine, "STATUS") == "IDLE - "
         daemon.send_signal(stop)
         assert "".join(iter(lambda: told.recv(999).decode(), "STOPPING=1")) == STOP + "\n"
         assert daemon.wait(60) == 0 and not machine.exists(SOCKET)
@@ -157,7 +148,7 @@ def test_only_the_client_may_hold_a_session_and_ends_it_by_its_own_end(machine):
     machine.run(f"cp /bin/nc.openbsd /opt/vantrell-harbor; cp /bin/nc.openbsd {longer_name}")
     for program in ("/bin/nc", "/opt/vantrell-harbor", longer_name):
         assert machine.run([program, "-U", SOCKET], input="HOLD\n") == NOT_THE_CLIENT
-    assert ask(machine, b"HOLD\n") == NOT_THE_CLIENT  # whose pid is unknown
+    assert ask(machine, "HOLD") + "\n" == NOT_THE_CLIENT  # whose pid is unknown
     replaced = running(machine, machine.popen([CLIENT], user="alice"))
     machine.run(["mv", longer_name, CLIENT])
     link = machine.run(["readlink", f"/proc/{replaced.pid_inside}/exe"])
@@ -182,7 +173,7 @@ def test_only_the_client_may_hold_a_session_and_ends_it_by_its_own_end(machine):
 def test_idle_with_a_session_held_no_thread_wakes_up(machine):
     running(machine, machine.popen([CLIENT])).send_signal(signal.SIGUSR2)
     wait_for_client(machine, "OK holding")
-    threads = f"/proc/{MAIN_PID}/task/*/status"
+    threads = f"/proc/{main_pid(machine)}/task/*/status"
     machine.run(f"while grep -L 'State:.S' {threads} | grep .; do :; done")
     counts = f"grep ctxt_switches {threads}"
     before, after = machine.run(f"{counts}; echo; sleep 2; {counts}").rstrip().split("\n\n")

@@ -3,11 +3,12 @@
 import re
 
 import pytest
-from conftest import CLIENT, ENDED, NO_COPY, RELAUNCHED, client_requests_apply, said, stage
+from conftest import ENDED, NO_COPY, RELAUNCHED
 
 from lab.client_log import client_starts, running
 from lab.releases import NEXT_STAMP
-from lab.service_view import STATE
+from lab.service_view import CLIENT, STATE, main_pid
+from lab.update_steps import client_requests_apply, said, stage
 
 ARGUMENTS = ["--room", "two words", "", 'a "quoted" one', "it's", "two\nlines", "--", "-x"]
 KEPT = ["DISPLAY", "WAYLAND_DISPLAY", "XAUTHORITY", "XDG_RUNTIME_DIR", "XDG_SESSION_TYPE",
@@ -47,8 +48,7 @@ def test_the_client_asks_and_comes_back_as_the_new_version(quiet_machine):
         "LC_ALL": "C.UTF-8", "WAYLAND_DISPLAY": 'with "quotes" and\na line feed', **OTHERS}))
     old = machine.run(["cat", f"/proc/{client.pid_inside}/environ"]).split("\0")
     kept = [entry for entry in old if entry.split("=")[0] in KEPT]
-    own = machine.run("cat /proc/$(systemctl show --value -p MainPID vantrell-harbor-updated)/"
-                      "environ").split("\0")[:-1]
+    own = machine.run(["cat", f"/proc/{main_pid(machine)}/environ"]).split("\0")[:-1]
     for tool in ("apt-get", "systemd-run", "systemctl", "cp"):
         machine.write(f"/usr/local/sbin/{tool}", RECORDER, 0o755)
     story = said(machine, client_requests_apply(machine, client), f"updated {NEXT_STAMP} listening")

@@ -43,5 +43,3 @@ def expect_refusal(machine, given, log, why, requests):
     assert (given, *first_pass(machine)) == (
         given, [*log, *refused(why)], f"IDLE - refused: {why}", requests, NOTHING)
     machine.behave()
-
-
