@@ -1,6 +1,5 @@
 #include "json/json_parser.h"
 
-#include <algorithm>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -11,37 +10,37 @@
 namespace Vantrell {
 namespace {
 
-// Levels of arrays and objects within each other. The text comes from the network and the parser
-// recurses, as do the copy, the destructor and DumpJson of what it returns, so without a limit a
-// body of brackets ends the process. This many levels need under 512 KiB of stack in each of
-// them, optimised or not, and under 4 MiB with the address sanitizer; a thread has 8 MiB.
+// The limit for arrays and objects within each other. The text comes from the network, and the
+// parser is recursive, as are copy, destructor and DumpJson of its result: without a limit a body
+// of brackets would end the process. Each of them needs less than 512 KiB of stack for this many
+// levels, optimised or not, and less than 4 MiB with the address sanitizer. A thread has 8 MiB.
 constexpr size_t NestingLimit = 1000;
 
-// With this many members an object gets an index to look its next keys up in; below, a search
-// through the list is quicker.
+// From this number of members on, keys are searched in an index. For fewer members a search through
+// the list is faster.
 constexpr size_t IndexedSize = 16;
 
-constexpr size_t ErrorTextSize = 128;  // bytes, the closing NUL included
+constexpr size_t ErrorTextSize = 128;  // bytes, including the NUL at the end
 
-constexpr size_t UnicodeDigits = 4;  // hexadecimal, behind the `u` of an escape
+constexpr size_t UnicodeDigits = 4;  // hexadecimal, after the `u` of an escape
 
 // The state of one parse.
 struct JsonParser {
   const std::string& text;
   size_t position = 0;
   size_t depth = 0;   // arrays and objects that are open at `position`
-  std::string error;  // empty while all is well
+  std::string error;  // empty until the first error
 
   bool AtEnd() const { return position >= text.size(); }
   char Current() const { return text[position]; }
 };
 
-// Where the keys of one growing object stand. A tree and not a hash, because whoever writes the
-// document chooses the keys, and could choose them to collide.
+// The places of the keys of one object. A tree and not a hash table, because the author of the
+// document chooses the keys and could choose them so that their hashes collide.
 using KeyIndex = std::map<std::string, size_t>;
 
-// Returns false, for the caller to pass on. The first error stands. Never inlined: its buffer
-// would stand in the frames that recurse, several times over.
+// Keeps the first error. Returns false, so that the caller can return the result. Not inlined,
+// because its buffer would enlarge the stack frames of the recursive functions.
 [[gnu::noinline]] bool SetParseError(JsonParser& parser, const char* message) {
   if (!parser.error.empty()) return false;
   char buffer[ErrorTextSize];
@@ -65,7 +64,7 @@ bool Accept(JsonParser& parser, char byte) {
   return true;
 }
 
-// Surrogates get the three-byte form like any other value of their range.
+// A lone surrogate gets the three-byte form, as every other value of this range does.
 void AppendUtf8(std::string& text, uint32_t codePoint) {
   const auto append = [&text](uint32_t byte) { text.push_back(static_cast<char>(byte)); };
   const auto appendTail = [&](int shift) { append(0x80 | ((codePoint >> shift) & 0x3F)); };
@@ -107,8 +106,8 @@ bool ParseFourHexDigits(JsonParser& parser, uint32_t& value) {
   return true;
 }
 
-// Entered behind the `u`. Only a high surrogate with a second escape right behind it can make a
-// pair; what does not fit together is appended each by itself.
+// Begins after the `u`. A high surrogate and a directly following escape of a low one form a pair.
+// Other values are appended one by one.
 bool ParseUnicodeEscape(JsonParser& parser, std::string& target) {
   uint32_t first = 0;
   if (!ParseFourHexDigits(parser, first)) return false;
@@ -131,7 +130,7 @@ bool ParseUnicodeEscape(JsonParser& parser, std::string& target) {
   return true;
 }
 
-// Entered behind the backslash.
+// Begins after the backslash.
 bool ParseEscape(JsonParser& parser, std::string& target) {
   if (parser.AtEnd()) return SetParseError(parser, "unterminated escape");
   const char byte = parser.text[parser.position++];
@@ -163,7 +162,7 @@ bool ParseEscape(JsonParser& parser, std::string& target) {
   }
 }
 
-// Appends all up to the next quote or backslash, in one piece. No byte is refused here: raw line
+// Appends everything up to the next quote or backslash at once. All bytes are accepted: raw line
 // ends and invalid UTF-8 are part of the string.
 void AppendPlainStretch(JsonParser& parser, std::string& target) {
   const char* const start = parser.text.data() + parser.position;
@@ -174,7 +173,7 @@ void AppendPlainStretch(JsonParser& parser, std::string& target) {
   parser.position += static_cast<size_t>(stop - start);
 }
 
-// Entered on the opening quote.
+// Begins at the opening quote.
 bool ParseJsonString(JsonParser& parser, std::string& target) {
   target.clear();
   ++parser.position;
@@ -192,8 +191,7 @@ bool IsNumberByte(char byte) {
          byte == 'e';
 }
 
-// Takes all that is no other kind, so it also words the refusal of most garbage. A sign at the
-// start is one of the number bytes and needs no step of its own.
+// Called for every text that does not begin another kind, so most garbage is refused here.
 bool ParseNumber(JsonParser& parser, JsonValue& value) {
   const size_t start = parser.position;
   bool hasDigit = false;
@@ -203,15 +201,15 @@ bool ParseNumber(JsonParser& parser, JsonValue& value) {
   }
   if (!hasDigit) return SetParseError(parser, "expected number");
 
-  // A copy, so that strtod sees the run alone: in the text itself it would read 0x10 as 16. How
-  // far it gets within the run is not asked.
+  // strtod() gets a copy of the run: in the text itself it would read 0x10 as 16. It may stop
+  // before the end of the run.
   const std::string run(parser.text, start, parser.position - start);
   value.kind = JsonKind::Number;
   value.number = strtod(run.c_str(), nullptr);
   return true;
 }
 
-// A refusal leaves the position on the first byte of the word. The byte behind it is not looked at.
+// An error has the position of the first byte of the word. The byte after the word is not checked.
 bool AcceptLiteral(JsonParser& parser, std::string_view word) {
   if (parser.text.compare(parser.position, word.size(), word) != 0) {
     return SetParseError(parser, "bad literal");
@@ -226,8 +224,8 @@ bool ParseBool(JsonParser& parser, JsonValue& value) {
   return AcceptLiteral(parser, value.boolean ? "true" : "false");
 }
 
-// Fills a fresh value, which stands in its place within its parent already: nothing is copied or
-// moved on the way up.
+// Fills a new Null value that is already in its place within its parent, so that no value is moved
+// after it has been filled.
 bool ParseJsonValue(JsonParser& parser, JsonValue& value);
 
 bool ParseArray(JsonParser& parser, JsonValue& value) {
@@ -237,7 +235,7 @@ bool ParseArray(JsonParser& parser, JsonValue& value) {
   if (Accept(parser, ']')) return true;
 
   while (true) {
-    if (!ParseJsonValue(parser, value.items.emplace_back())) return false;
+    if (!ParseJsonValue(parser, value.PushBack(JsonValue()))) return false;
 
     SkipWhitespace(parser);
     if (parser.AtEnd()) return SetParseError(parser, "unterminated array");
@@ -246,29 +244,21 @@ bool ParseArray(JsonParser& parser, JsonValue& value) {
   }
 }
 
-// Where the key stands in the object; the number of keys, if it does not yet. The caller then
-// appends it, and the index counts on that.
-size_t FindKey(const JsonValue& object, KeyIndex& index, const std::string& key) {
+// What object.Set(key, JsonValue()) does, in a time that allows for many keys. `index` belongs to
+// this object, and is empty before the first call.
+JsonValue& SetNull(JsonValue& object, KeyIndex& index, std::string key) {
   const size_t count = object.keys.size();
-  if (count < IndexedSize) {
-    const auto found = std::find(object.keys.begin(), object.keys.end(), key);
-    return static_cast<size_t>(found - object.keys.begin());
-  }
+  if (count < IndexedSize) return object.Set(std::move(key), JsonValue());
   if (index.empty()) {
     for (size_t place = 0; place < count; ++place) index.emplace(object.keys[place], place);
   }
-  return index.emplace(key, count).first->second;
-}
-
-// A fresh value for the key, at the end or, if the key came before, in its old place.
-JsonValue& AddMember(JsonValue& object, KeyIndex& index, std::string key) {
-  const size_t place = FindKey(object, index, key);
-  if (place < object.keys.size()) return object.values[place] = JsonValue();
+  const auto [entry, isNew] = index.emplace(key, count);
+  if (!isNew) return object.values[entry->second] = JsonValue();
   object.keys.push_back(std::move(key));
   return object.values.emplace_back();
 }
 
-// A key and the colon behind it.
+// A key and the colon after it.
 bool ParseKey(JsonParser& parser, std::string& key) {
   SkipWhitespace(parser);
   if (parser.AtEnd() || parser.Current() != '"') {
@@ -285,11 +275,11 @@ bool ParseObject(JsonParser& parser, JsonValue& value) {
   SkipWhitespace(parser);
   if (Accept(parser, '}')) return true;
 
-  KeyIndex index;  // stays empty while the object is small
+  KeyIndex index;  // stays empty while the object has few members
   while (true) {
     std::string key;
     if (!ParseKey(parser, key)) return false;
-    if (!ParseJsonValue(parser, AddMember(value, index, std::move(key)))) return false;
+    if (!ParseJsonValue(parser, SetNull(value, index, std::move(key)))) return false;
 
     SkipWhitespace(parser);
     if (parser.AtEnd()) return SetParseError(parser, "unterminated object");
@@ -298,7 +288,7 @@ bool ParseObject(JsonParser& parser, JsonValue& value) {
   }
 }
 
-// Guards the recursion of arrays and objects.
+// Limits the recursion of arrays and objects.
 bool ParseNested(JsonParser& parser, JsonValue& value) {
   if (parser.depth == NestingLimit) return SetParseError(parser, "nesting too deep");
   ++parser.depth;

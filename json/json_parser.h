@@ -1,9 +1,8 @@
 #pragma once
 
-// Takes a JSON text apart. Lenient about content and strict about structure: any run of number
-// characters with a digit in it is a number, strings may hold raw control characters and lone
-// surrogates, and what stands behind the first value is ignored. What the document means is for
-// its reader to judge.
+// A JSON parser that is strict about structure and lenient about content: every run of number
+// characters with a digit is a number, strings may contain raw control characters and lone
+// surrogates, and text after the first value is ignored.
 
 #include <optional>
 #include <string>
@@ -12,10 +11,10 @@
 
 namespace Vantrell {
 
-// The first value in `text`, or nothing. Then `*error` (which may be null) says why, as
-// "MESSAGE at offset N" with N in bytes from 0; on success it is left alone. Safe on any thread
-// with a stack of 1 MiB or more; a text that nests deeper than 1000 levels is refused.
-// Takes time in proportion to the text, with a factor log n for an object of n keys.
+// Returns the first value in `text`, or nothing. On failure `*error` gets "MESSAGE at offset N",
+// with N in bytes from 0; on success it is unchanged. `error` may be null. A text with more than
+// 1000 levels of nesting is refused. Any thread with a stack of 1 MiB or more may call it. The time
+// is proportional to the length of the text, with a factor of log n for an object of n keys.
 [[nodiscard]] std::optional<JsonValue> ParseJson(const std::string& text, std::string* error);
 
 }  // namespace Vantrell

@@ -5,7 +5,7 @@
 namespace Vantrell {
 namespace {
 
-// Room for a few escapes, so that ordinary text needs no second allocation.
+// Room for a few escapes, so that most texts need one allocation.
 constexpr size_t EscapeHeadroom = 8;
 
 void AppendEscapedByte(std::string& target, char byte) {
@@ -72,7 +72,8 @@ void AppendObject(std::string& target, const JsonValue& value) {
   target.push_back('}');
 }
 
-// One text grows through all levels: a text for each child would copy every byte once per level.
+// All levels append to one text. With a text for each child every byte would be copied once a
+// level.
 void AppendJson(std::string& target, const JsonValue& value) {
   switch (value.kind) {
     case JsonKind::Bool:

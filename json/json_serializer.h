@@ -1,7 +1,7 @@
 #pragma once
 
-// JSON as text: the escaping of one string, and the rendering of a whole value. Pure functions;
-// only exhausted memory can stop them.
+// Writing of JSON: escaping of one string, and the text of a whole value. Pure functions, safe on
+// any thread. They fail only when memory is exhausted.
 
 #include <string>
 
@@ -9,12 +9,13 @@
 
 namespace Vantrell {
 
-// `text` fit to stand between two quotes, which are not added. Bytes from 0x80 up pass as they
-// are, so that UTF-8 stays as it came and an invalid sequence is not repaired.
+// The content of a JSON string for `text`, without the quotes around it. Bytes from 0x80 on are not
+// changed, so UTF-8 stays as it is and an invalid sequence is not repaired.
 [[nodiscard]] std::string EscapeJsonString(const std::string& text);
 
-// The value without any whitespace, keys in their stored order. Numbers lose digits, since they
-// are written by AsString, and NaN and the infinities come out as words that no parser takes.
+// The text of a value, without white space and with the keys in their stored order. Numbers are
+// written by AsString, so they may lose digits, and NaN and the infinities become words that are
+// not JSON.
 [[nodiscard]] std::string DumpJson(const JsonValue& value);
 
 }  // namespace Vantrell

@@ -9,13 +9,14 @@
 namespace Vantrell {
 namespace {
 
-constexpr double Int64End = 9223372036854775808.0;  // 2 to the 63rd, the first one too great
-constexpr size_t NumberTextSize = 40;               // bytes; the longest int64_t has 20 characters
+constexpr double Int64End =
+    9223372036854775808.0;             // 2 to the 63rd, the first value that is too large
+constexpr size_t NumberTextSize = 40;  // bytes; the longest int64_t has 20 characters
 
-// False for NaN as well, since it compares with nothing.
+// False for NaN too: every comparison with NaN is false.
 bool FitsInt64(double value) { return value >= -Int64End && value < Int64End; }
 
-// The cast itself is undefined outside the range, so the range is tested first.
+// Outside the range the cast is undefined, so the range is tested first.
 int64_t TruncateToInt64(double value) {
   return FitsInt64(value) ? static_cast<int64_t>(value) : INT64_MIN;
 }
@@ -23,7 +24,7 @@ int64_t TruncateToInt64(double value) {
 std::string NumberText(double value) {
   char buffer[NumberTextSize];
   if (FitsInt64(value) && value == std::trunc(value)) {
-    // Through the integer, which has no sign on its zero: -0.0 prints as 0.
+    // An integer zero has no sign, so -0.0 is printed as 0.
     snprintf(buffer, sizeof buffer, "%lld", static_cast<long long>(value));
   } else {
     snprintf(buffer, sizeof buffer, "%g", value);
@@ -55,7 +56,8 @@ JsonValue JsonValue::EmptyObject() {
   return object;
 }
 
-// Swaps, so that the old children live in `other` until the new ones are in place.
+// Swaps, so that the old children are destroyed, with `other`, only after the new ones are in
+// place.
 JsonValue& JsonValue::operator=(JsonValue other) noexcept {
   kind = other.kind;
   boolean = other.boolean;
@@ -103,7 +105,7 @@ bool JsonValue::AsBool(bool fallback) const {
     case JsonKind::Bool:
       return boolean;
     case JsonKind::Number:
-      return number != 0;  // so NaN is true
+      return number != 0;  // NaN is true
     case JsonKind::String:
       return text == "true" || text == "1";
     default:
@@ -143,15 +145,15 @@ std::string JsonValue::AsString(const std::string& fallback) const {
   }
 }
 
-void JsonValue::PushBack(JsonValue value) {
+JsonValue& JsonValue::PushBack(JsonValue value) {
   if (kind != JsonKind::Array) {
     kind = JsonKind::Array;
     items.clear();
   }
-  items.push_back(std::move(value));
+  return items.emplace_back(std::move(value));
 }
 
-void JsonValue::Set(std::string key, JsonValue value) {
+JsonValue& JsonValue::Set(std::string key, JsonValue value) {
   if (kind != JsonKind::Object) {
     kind = JsonKind::Object;
     keys.clear();
@@ -159,15 +161,14 @@ void JsonValue::Set(std::string key, JsonValue value) {
   }
   const auto found = std::find(keys.begin(), keys.end(), key);
   if (found != keys.end()) {
-    values[static_cast<size_t>(found - keys.begin())] = std::move(value);
-    return;
+    return values[static_cast<size_t>(found - keys.begin())] = std::move(value);
   }
   keys.push_back(std::move(key));
-  values.push_back(std::move(value));
+  return values.emplace_back(std::move(value));
 }
 
 const JsonValue& JsonNullValue() {
-  // Never deleted: a detached thread may still hold the reference while the process exits.
+  // Never deleted: a detached thread may still have a reference while the process exits.
   static const JsonValue* const shared = new JsonValue;
   return *shared;
 }
