@@ -39,14 +39,14 @@ bool Refuse(std::string reason, std::string& error) {
 
 // Our own copy: a later pass may publish another release while this one is installed.
 bool CopyStaged(UpdateManifest& staged) EXCLUDES_LOCK(serviceState.stateMutex) {
-  const MutexHold hold(serviceState.stateMutex);
+  const MutexLock lock(serviceState.stateMutex);
   if (!serviceState.stagedReady) return false;
   staged = serviceState.staged;
   return true;
 }
 
 void ClearStaged() EXCLUDES_LOCK(serviceState.stateMutex) {
-  const MutexHold hold(serviceState.stateMutex);
+  const MutexLock lock(serviceState.stateMutex);
   serviceState.stagedReady = false;
 }
 
@@ -84,7 +84,7 @@ bool TestControlFields(const std::string& packagePath, const std::string& versio
   const std::string architecture = PackageArchitecture;
   const std::string expected =
       "Package: " + package + "\nVersion: " + version + "\nArchitecture: " + architecture;
-  if (WithoutLineEnd(output) == expected) return true;
+  if (TrimLineEnd(output) == expected) return true;
   return Refuse("the staged package is not " + package + " " + version + " " + architecture, error);
 }
 

@@ -103,7 +103,7 @@ int32_t RunProcess(const std::vector<std::string>& argv, const std::vector<std::
 }
 
 std::string LastLine(std::string_view text) {
-  const std::string content = WithoutLineEnd(text);
+  const std::string content = TrimLineEnd(text);
   // npos + 1 is 0: one line alone is the last.
   return content.substr(content.rfind('\n') + 1);
 }

@@ -1,6 +1,6 @@
 #pragma once
 
-// The owner of a file descriptor: closes it when the owner goes.
+// The owner of a file descriptor: closes it at the end of the owner's life.
 
 #include <unistd.h>
 
@@ -21,18 +21,18 @@ class Descriptor {
   Descriptor(const Descriptor&) = delete;
   Descriptor& operator=(const Descriptor&) = delete;
 
-  // Keeps errno, so that a failure can still be worded after the clean-up.
+  // Keeps errno, so that the reason of a failure can be reported after this close.
   ~Descriptor() {
     if (number_ < 0) return;
     const int savedError = errno;
-    (void)close(number_);
+    close(number_);
     errno = savedError;
   }
 
   explicit operator bool() const { return number_ >= 0; }
   int Number() const { return number_; }
 
-  // Hands the descriptor over: the caller closes it.
+  // Gives the descriptor up: the caller must close it.
   [[nodiscard]] int Release() { return std::exchange(number_, -1); }
 
  private:

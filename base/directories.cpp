@@ -19,8 +19,12 @@ bool MakeDirs(const std::string& path, mode_t mode) {
   if (slash != std::string::npos && slash != 0 && !MakeDirs(path.substr(0, slash), mode)) {
     return false;
   }
-  // Another thread may have made it since the look above.
+  // EEXIST: another thread may have made it since the stat() above.
   return mkdir(path.c_str(), mode) == 0 || errno == EEXIST;
+}
+
+bool MakeParentDirs(const std::string& path, mode_t mode) {
+  return MakeDirs(path.substr(0, path.rfind('/')), mode);
 }
 
 bool RemoveTree(const std::string& path) {
@@ -33,8 +37,8 @@ bool RemoveTree(const std::string& path) {
   while (const dirent* entry = readdir(directory.get())) {
     const std::string_view name = entry->d_name;
     if (name == "." || name == "..") continue;
-    // A child that stays shows in the rmdir below.
-    (void)RemoveTree(path + "/" + entry->d_name);
+    // If a child cannot be removed, the rmdir() below fails too.
+    RemoveTree(path + "/" + entry->d_name);
   }
   directory.reset();
   return rmdir(path.c_str()) == 0;

@@ -11,20 +11,24 @@
 namespace Vantrell {
 
 struct DirectoryClose {
-  void operator()(DIR* directory) const { (void)closedir(directory); }
+  void operator()(DIR* directory) const { closedir(directory); }
 };
 using Directory = std::unique_ptr<DIR, DirectoryClose>;
 
-// Null when it cannot be opened.
+// Null when the directory cannot be opened.
 Directory OpenDirectory(const std::string& path);
 
-// Makes a directory and its parents, each with `mode` under the process's umask. True if the
-// path ends up as a directory. What exists is left as it is, whatever its mode; a component
-// that is no directory gives false.
+// Makes a directory and its parents, each with `mode` under the process's umask. An existing
+// directory is left as it is, whatever its mode. False when a component of the path is not a
+// directory or cannot be made. True does not prove a directory: a link to nothing at the path
+// gives true too.
 bool MakeDirs(const std::string& path, mode_t mode);
 
-// Removes a file, a link or a whole directory, and never follows a symbolic link. True if
-// nothing is left at the path, also when nothing was there.
+// MakeDirs for the directory that the file `path` is in. `path` must contain a "/".
+bool MakeParentDirs(const std::string& path, mode_t mode);
+
+// Removes a file, a link or a directory with everything in it. Never follows a symbolic link.
+// True if nothing is left at the path, also if nothing was there.
 bool RemoveTree(const std::string& path);
 
 }  // namespace Vantrell

@@ -2,28 +2,28 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
-#include <cerrno>
+#include <string_view>
 
 #include "base/descriptor.h"
+#include "base/read_input.h"
 
 namespace Vantrell {
+namespace {
+
+constexpr size_t ReadBlockBytes = 4096;
+
+}  // namespace
 
 std::string ReadWholeFile(const std::string& path) {
   const Descriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC));
   if (!file) return "";
 
   std::string content;
-  char block[4096];
-  for (;;) {
-    const ssize_t got = read(file.Number(), block, sizeof block);
-    if (got < 0 && errno == EINTR) continue;
-    // A process that ends while its files in /proc are read gives an error half-way.
-    if (got < 0) return "";
-    if (got == 0) return content;
-    content.append(block, static_cast<size_t>(got));
-  }
+  const auto append = [&content](std::string_view block) { content += block; };
+  // A read of a file in /proc fails half-way when its process ends. Half a file is of no use.
+  if (!ReadToEnd(file.Number(), ReadBlockBytes, append)) return "";
+  return content;
 }
 
 bool IsRegularFile(const std::string& path) {

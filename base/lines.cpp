@@ -13,9 +13,11 @@ std::vector<std::string> SplitLines(std::string_view text) {
   return lines;
 }
 
-std::string WithoutLineEnd(std::string_view text) {
-  // npos + 1 is 0: nothing but line ends gives an empty text.
-  return std::string(text.substr(0, text.find_last_not_of("\r\n") + 1));
+std::string_view TrimEnd(std::string_view text, std::string_view characters) {
+  const size_t last = text.find_last_not_of(characters);
+  return last == std::string_view::npos ? std::string_view() : text.substr(0, last + 1);
 }
+
+std::string TrimLineEnd(std::string_view text) { return std::string(TrimEnd(text, "\r\n")); }
 
 }  // namespace Vantrell

@@ -1,6 +1,6 @@
 #pragma once
 
-// Texts taken apart line by line. Pure functions, safe on any thread.
+// Splitting and trimming of texts. Pure functions, safe on any thread.
 
 #include <string>
 #include <string_view>
@@ -8,11 +8,14 @@
 
 namespace Vantrell {
 
-// The lines of a text without their line feeds. Only a line feed ends a line. A last line
-// without one counts; the empty rest behind a final line feed does not.
+// The lines of a text without their line feeds. Only a line feed ends a line. A last line without
+// a line feed is a line too; a line feed at the end of the text does not begin another one.
 std::vector<std::string> SplitLines(std::string_view text);
 
+// The text without those of `characters` that are at its end.
+std::string_view TrimEnd(std::string_view text, std::string_view characters);
+
 // The text without the carriage returns and line feeds at its end.
-std::string WithoutLineEnd(std::string_view text);
+std::string TrimLineEnd(std::string_view text);
 
 }  // namespace Vantrell

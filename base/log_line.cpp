@@ -8,11 +8,11 @@ namespace Vantrell {
 void LogLine(const char* format, ...) {
   va_list arguments;
   va_start(arguments, format);
-  // Text and line feed must leave together although they are two writes to the stream.
+  // Without the lock, another thread could write between the text and its line feed.
   flockfile(stderr);
-  (void)vfprintf(stderr, format, arguments);
-  (void)fputc('\n', stderr);
-  (void)fflush(stderr);
+  vfprintf(stderr, format, arguments);
+  fputc('\n', stderr);
+  fflush(stderr);
   funlockfile(stderr);
   va_end(arguments);
 }

@@ -1,12 +1,12 @@
 #pragma once
 
-// The one way in which this program logs: standard error, which the service manager
-// carries to its journal. No levels, no time stamps; the tag is part of each format.
+// The log of this program: standard error, which the service manager takes to its journal. There
+// are no levels and no time stamps. The tag is part of each format.
 
 namespace Vantrell {
 
-// Writes the formatted text and a line feed, and flushes. Any thread may call it; a line
-// of one thread is never torn by another's.
+// Writes the formatted text and a line feed, and flushes. Any thread may call it; the lines of
+// several threads do not mix.
 void LogLine(const char* format, ...) __attribute__((format(printf, 1, 2)));
 
 }  // namespace Vantrell

@@ -1,7 +1,7 @@
 #pragma once
 
-// A mutex whose rules clang checks when it compiles (-Wthread-safety); for other compilers
-// the attributes are nothing. std::mutex carries none in libstdc++, hence the wrapper.
+// A mutex whose lock rules clang checks at compile time (-Wthread-safety). Other compilers ignore
+// the attributes. It wraps std::mutex, because that has no such attributes in libstdc++.
 
 #include <mutex>
 
@@ -24,15 +24,15 @@ class VANTRELL_LOCK_RULE(capability("mutex")) Mutex {
   std::mutex mutex_;
 };
 
-// Holds the mutex for the length of a scope.
-class VANTRELL_LOCK_RULE(scoped_lockable) MutexHold {
+// Locks the mutex until the end of the scope.
+class VANTRELL_LOCK_RULE(scoped_lockable) MutexLock {
  public:
-  explicit MutexHold(Mutex& mutex) VANTRELL_LOCK_RULE(acquire_capability(mutex)) : mutex_(mutex) {
+  explicit MutexLock(Mutex& mutex) VANTRELL_LOCK_RULE(acquire_capability(mutex)) : mutex_(mutex) {
     mutex_.Lock();
   }
-  ~MutexHold() VANTRELL_LOCK_RULE(release_capability()) { mutex_.Unlock(); }
-  MutexHold(const MutexHold&) = delete;
-  MutexHold& operator=(const MutexHold&) = delete;
+  ~MutexLock() VANTRELL_LOCK_RULE(release_capability()) { mutex_.Unlock(); }
+  MutexLock(const MutexLock&) = delete;
+  MutexLock& operator=(const MutexLock&) = delete;
 
  private:
   Mutex& mutex_;

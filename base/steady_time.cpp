@@ -11,8 +11,8 @@ int64_t SteadyNowMs() {
   return std::chrono::duration_cast<std::chrono::milliseconds>(now).count();
 }
 
-void SleepMs(int64_t milliseconds) {
-  timespec rest = {milliseconds / 1000, (milliseconds % 1000) * 1000000};
+void SleepMs(Milliseconds time) {
+  timespec rest = {time / 1000, (time % 1000) * 1000000};
   while (nanosleep(&rest, &rest) != 0 && errno == EINTR) {
   }
 }

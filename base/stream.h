@@ -1,8 +1,8 @@
 #pragma once
 
-// The owner of a stdio stream: closes it when the owner goes. The result of that close says
-// nothing; who must know that the data arrived flushes first. Every stream of ours is
-// close-on-exec (mode letter "e", or over such a descriptor): a child must not get it.
+// The owner of a stdio stream: closes it at the end of the owner's life. The result of this close
+// is lost, so a caller that must know that the data was written calls fflush() first. Open every
+// stream close-on-exec (mode letter "e", or on such a descriptor): a child must not inherit it.
 
 #include <cstdio>
 #include <memory>
@@ -10,7 +10,7 @@
 namespace Vantrell {
 
 struct StreamClose {
-  void operator()(FILE* stream) const { (void)fclose(stream); }
+  void operator()(FILE* stream) const { fclose(stream); }
 };
 using Stream = std::unique_ptr<FILE, StreamClose>;
 

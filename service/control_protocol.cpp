@@ -42,7 +42,7 @@ bool ReadRequest(int connection, std::string& line) {
 }
 
 std::string AnswerStatus(const std::string&, int) {
-  const MutexHold hold(serviceState.stateMutex);
+  const MutexLock lock(serviceState.stateMutex);
   // The second word is always a version word: "-" where there is none.
   if (serviceState.stagedReady) {
     return "READY " + serviceState.staged.version + " " + serviceState.lastStatus;
@@ -71,7 +71,7 @@ void ServeConnection(int connection) {
   LimitSocketWaits(connection);
   std::string line;
   if (!ReadRequest(connection, line)) return;
-  line = WithoutLineEnd(line);
+  line = TrimLineEnd(line);
   if (line == "HOLD") {
     HoldSession(connection);
     return;

@@ -21,7 +21,7 @@ NeverDestroyed<ServiceState> stateStorage;
 ServiceState& serviceState = stateStorage.record;
 
 bool IsReleaseStaged() {
-  const MutexHold hold(serviceState.stateMutex);
+  const MutexLock lock(serviceState.stateMutex);
   return serviceState.stagedReady;
 }
 

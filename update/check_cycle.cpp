@@ -30,7 +30,7 @@ constexpr char NoFingerprint[] = "";
 // Sets the status that clients can ask for. One that repeats from pass to pass is logged once;
 // the line is written under the mutex, so that the log shows statuses in their order.
 void PublishStatus(const std::string& text) EXCLUDES_LOCK(serviceState.stateMutex) {
-  const MutexHold hold(serviceState.stateMutex);
+  const MutexLock lock(serviceState.stateMutex);
   if (text == serviceState.lastStatus) return;
   LogLine("[UpdateSvc] %s", text.c_str());
   serviceState.lastStatus = text;
@@ -53,13 +53,13 @@ bool IsInstalled(const UpdateManifest& manifest) {
 }
 
 bool IsStaged(const UpdateManifest& manifest) EXCLUDES_LOCK(serviceState.stateMutex) {
-  const MutexHold hold(serviceState.stateMutex);
+  const MutexLock lock(serviceState.stateMutex);
   return serviceState.stagedReady && serviceState.staged.version == manifest.version;
 }
 
 void PublishStaged(const UpdateManifest& manifest) EXCLUDES_LOCK(serviceState.stateMutex) {
   {
-    const MutexHold hold(serviceState.stateMutex);
+    const MutexLock lock(serviceState.stateMutex);
     serviceState.staged = manifest;
     serviceState.stagedReady = true;
     // Not by PublishStatus: this success has a log line of its own.

@@ -38,10 +38,10 @@ std::string OsBuildString() {
 
 std::string InstallIdIn(const std::string& stateDir, const std::string& uuidSource) {
   const std::string path = stateDir + "/install-id";
-  std::string stored = WithoutLineEnd(ReadWholeFile(path));
+  std::string stored = TrimLineEnd(ReadWholeFile(path));
   if (!stored.empty()) return stored;
 
-  std::string fresh = WithoutLineEnd(ReadWholeFile(uuidSource));
+  std::string fresh = TrimLineEnd(ReadWholeFile(uuidSource));
   if (fresh.empty()) return "unknown";
   (void)MakeDirs(stateDir, 0755);  // an id that cannot be stored still serves this call
   const Stream file(fopen(path.c_str(), "wbe"));

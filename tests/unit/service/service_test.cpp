@@ -23,7 +23,7 @@ TEST(CheckRhythm, BacksOffToACapAndBeginsAnewAfterAnAnswer) {
 }
 
 static void Publish(bool ready, const char* status) {
-  const MutexHold hold(serviceState.stateMutex);
+  const MutexLock lock(serviceState.stateMutex);
   serviceState.stagedReady = ready;
   serviceState.staged.version = "2.4.0";
   serviceState.lastStatus = status;
