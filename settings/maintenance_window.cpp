@@ -9,7 +9,7 @@
 namespace Vantrell {
 namespace {
 
-// Nothing but an exact "0" switches the window off; "false" or "no" leave it on.
+// Only an exact "0" disables the window; "false" and "no" do not.
 bool IsWindowEnabled() { return ReadSetting("WindowEnabled", "1") != "0"; }
 std::string WindowStart() { return ReadSetting("WindowStart", "02:00"); }
 std::string WindowEnd() { return ReadSetting("WindowEnd", "05:00"); }
@@ -17,9 +17,9 @@ std::string WindowEnd() { return ReadSetting("WindowEnd", "05:00"); }
 int LocalMinuteOfDay() {
   const time_t now = time(nullptr);
   struct tm local = {};
-  // localtime_r alone never looks at the time zone file again after its first use.
+  // localtime_r() reads the time zone file only at its first use; tzset() reads it again.
   tzset();
-  (void)localtime_r(&now, &local);
+  localtime_r(&now, &local);
   return local.tm_hour * 60 + local.tm_min;
 }
 
@@ -29,7 +29,7 @@ bool ParseClockTime(const char* text, int* minutes) {
   int hour = 0;
   int minute = 0;
   char rest = 0;
-  // The third conversion is there to catch anything behind the minutes.
+  // The third conversion finds any text after the minutes.
   if (sscanf(text, "%d:%d%c", &hour, &minute, &rest) != 2) return false;
   if (hour < 0 || hour > 23 || minute < 0 || minute > 59) return false;
   *minutes = hour * 60 + minute;

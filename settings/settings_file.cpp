@@ -15,7 +15,7 @@
 namespace Vantrell {
 namespace {
 
-// False for a line that sets nothing. Only a "#" in the very first place makes a comment.
+// False for a line without a setting. A line is a comment only if "#" is its first byte.
 bool SplitSettingLine(const std::string& line, std::string& key, std::string& value) {
   const size_t equals = line.find('=');
   if (equals == std::string::npos || line[0] == '#') return false;
@@ -41,17 +41,17 @@ bool WriteLines(const std::string& path, const std::vector<std::string>& lines) 
   const Stream file(fopen(path.c_str(), "wbe"));
   if (!file) return false;
   for (const std::string& line : lines) {
-    (void)fwrite(line.data(), 1, line.size(), file.get());
-    (void)fputc('\n', file.get());
+    fwrite(line.data(), 1, line.size(), file.get());
+    fputc('\n', file.get());
   }
+  // The stream keeps an error of the writes above until here.
   return fflush(file.get()) == 0 && ferror(file.get()) == 0;
 }
 
 }  // namespace
 
 std::string TrimSetting(std::string_view text) {
-  // npos + 1 is 0: a text of nothing but such characters becomes empty.
-  text = text.substr(0, text.find_last_not_of(" \t\r\n") + 1);
+  text = TrimEnd(text, " \t\r\n");
   const size_t start = text.find_first_not_of(" \t");
   return start == std::string_view::npos ? "" : std::string(text.substr(start));
 }
@@ -73,10 +73,11 @@ bool WriteSettingTo(const std::string& path, const char* key, const std::string&
   std::vector<std::string> lines = SplitLines(ReadWholeFile(path));
   ReplaceOrAppend(lines, key, value);
 
-  (void)MakeDirs(path.substr(0, path.rfind('/')), 0755);  // a failure shows at the open
+  MakeParentDirs(path, 0755);  // if this fails, so does the open
   const std::string temporary = path + ".tmp";
   if (!WriteLines(temporary, lines)) return false;
-  (void)chmod(temporary.c_str(), 0644);
+  // A failure leaves the mode that the umask gives, which is the same one.
+  chmod(temporary.c_str(), 0644);
   return rename(temporary.c_str(), path.c_str()) == 0;
 }
 
@@ -84,19 +85,19 @@ bool WriteSetting(const char* key, const std::string& value) {
   return WriteSettingTo(ConfigPath, key, value);
 }
 
-std::string ChannelOf(std::string setting) {
+std::string ParseChannel(std::string setting) {
   for (char& byte : setting) byte = static_cast<char>(tolower(static_cast<unsigned char>(byte)));
   return setting == "dev" || setting == "beta" ? setting : "prod";
 }
 
-std::string ReadChannel() { return ChannelOf(ReadSetting("Channel", "prod")); }
+std::string ReadChannel() { return ParseChannel(ReadSetting("Channel", "prod")); }
 
-std::string HostOf(std::string setting) {
+std::string ParseHost(std::string setting) {
   if (setting.starts_with("https://")) setting.erase(0, 8);
   while (setting.ends_with('/')) setting.pop_back();
   return setting;
 }
 
-std::string ReadEndpoint() { return HostOf(ReadSetting("Endpoint", DefaultUpdateHost)); }
+std::string ReadEndpoint() { return ParseHost(ReadSetting("Endpoint", DefaultUpdateHost)); }
 
 }  // namespace Vantrell

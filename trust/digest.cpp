@@ -3,14 +3,12 @@
 #include <fcntl.h>
 #include <gnutls/crypto.h>
 #include <gnutls/gnutls.h>
-#include <unistd.h>
 
 #include <cctype>
-#include <cerrno>
 #include <memory>
-#include <vector>
 
 #include "base/descriptor.h"
+#include "base/read_input.h"
 #include "settings/settings_file.h"
 
 namespace Vantrell {
@@ -18,22 +16,11 @@ namespace {
 
 constexpr size_t HashBlockBytes = 65536;
 
-// gnutls_hash_deinit both gives the result and frees; without a place for the result it frees.
-struct HashDrop {
+// gnutls_hash_deinit() writes the digest and frees the context. With a null digest it only frees.
+struct HashFree {
   void operator()(gnutls_hash_hd_t hash) const { gnutls_hash_deinit(hash, nullptr); }
 };
-using HashContext = std::unique_ptr<hash_hd_st, HashDrop>;
-
-bool HashToEnd(int file, gnutls_hash_hd_t hash) {
-  std::vector<char> block(HashBlockBytes);
-  for (;;) {
-    const ssize_t got = read(file, block.data(), block.size());
-    if (got < 0 && errno == EINTR) continue;
-    if (got < 0) return false;
-    if (got == 0) return true;
-    (void)gnutls_hash(hash, block.data(), static_cast<size_t>(got));
-  }
-}
+using HashContext = std::unique_ptr<hash_hd_st, HashFree>;
 
 }  // namespace
 
@@ -60,8 +47,11 @@ bool Sha256File(const std::string& path, std::string& hex) {
   gnutls_hash_hd_t raw = nullptr;
   if (gnutls_hash_init(&raw, GNUTLS_DIG_SHA256) < 0) return false;
   HashContext hash(raw);
-  // Part of a file must never yield a digest.
-  if (!HashToEnd(file.Number(), hash.get())) return false;
+  const auto add = [&hash](std::string_view block) {
+    gnutls_hash(hash.get(), block.data(), block.size());
+  };
+  // There is no digest of a part of a file.
+  if (!ReadToEnd(file.Number(), HashBlockBytes, add)) return false;
 
   unsigned char digest[DigestBytes];
   gnutls_hash_deinit(hash.release(), digest);
@@ -71,7 +61,7 @@ bool Sha256File(const std::string& path, std::string& hex) {
 
 std::string NormalizeDigest(std::string value) {
   value = TrimSetting(value);
-  // No locale is ever set: this folds ASCII letters and leaves other bytes alone.
+  // The program sets no locale, so tolower() converts ASCII letters only.
   for (char& byte : value) byte = static_cast<char>(tolower(static_cast<unsigned char>(byte)));
   return value;
 }

@@ -1,7 +1,7 @@
 #pragma once
 
-// SHA-256, and the one form in which digests are compared: 64 lower-case hexadecimal
-// characters. Any thread may call everything here; nothing here logs or throws on bad input.
+// SHA-256, and the form in which digests are compared: 64 lower-case hexadecimal characters. Any
+// thread may call these functions; they log nothing.
 
 #include <string>
 #include <string_view>
@@ -9,20 +9,21 @@
 namespace Vantrell {
 
 constexpr size_t DigestBytes = 32;
-constexpr size_t DigestLength = 64;  // of its text
+constexpr size_t DigestLength = 64;  // characters of the text form
 
-// `bytes` are exactly DigestBytes.
+// The text form of a digest. `bytes` points to exactly DigestBytes bytes.
 std::string HexDigest(const unsigned char* bytes);
 
-// Empty if hashing failed.
+// The digest of `data` as text. Empty if hashing failed.
 std::string Sha256Hex(std::string_view data);
 
-// Reads the file in steps: memory does not grow with it. False, and `hex` as it was, for a
-// symbolic link and for whatever cannot be read to its end.
+// The digest of a file as text. The file is read in blocks, so memory use does not depend on its
+// size. False for a symbolic link and for a file that cannot be read to its end; `hex` is then
+// unchanged.
 [[nodiscard]] bool Sha256File(const std::string& path, std::string& hex);
 
-// The tolerant step for digests, block headers and versions from outside: trimmed as a setting
-// is, ASCII letters in lower case.
+// Prepares a digest, a block header or a version from outside for a comparison: trims it as
+// TrimSetting does and converts ASCII letters to lower case.
 std::string NormalizeDigest(std::string value);
 
 }  // namespace Vantrell

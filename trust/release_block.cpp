@@ -23,8 +23,8 @@ std::string ManifestDigest(const UpdateManifest& manifest, const std::string& co
     const std::string size = std::to_string(static_cast<uint64_t>(file.size));
     lines.push_back(file.name + ":" + file.sha256 + ":" + size);
   }
-  // Whole lines are sorted: "a.b" comes before "a", since the colon behind the name takes
-  // part. Publishers do the same.
+  // Whole lines are sorted, the colon after the name included: "a.b" comes before "a". Publishers
+  // sort in the same way.
   std::sort(lines.begin(), lines.end());
   lines.erase(std::unique(lines.begin(), lines.end()), lines.end());
 
@@ -44,7 +44,7 @@ bool ParseReleaseBlock(const std::string& block, const std::string& version,
     const std::string& line = lines[index];
     const size_t blank = line.find(' ');
     if (blank == std::string::npos || line.substr(0, blank) != component) continue;
-    // The first line of the component decides, even if a good one follows.
+    // Only the first line of the component is used, even if a valid one follows.
     digest = NormalizeDigest(line.substr(blank + 1));
     return digest.size() == DigestLength;
   }

@@ -1,6 +1,6 @@
 #pragma once
 
-// The public keys whose private halves sign releases. They are constants of the build.
+// The public keys that releases are verified with. They are constants of the build.
 
 #include <cstdint>
 #include <vector>
@@ -13,8 +13,8 @@ struct ReleaseKey {
   uint32_t size = 0;  // bytes
 };
 
-// Both keys, in the order that gives them their numbers in the log. Either one suffices to
-// sign a release. Any thread may call it.
+// Both keys. Their order gives them their numbers in the log. A signature by one of them is enough.
+// Any thread may call it.
 std::vector<ReleaseKey> ReleaseKeys();
 
 }  // namespace Vantrell

@@ -11,23 +11,23 @@
 namespace Vantrell {
 namespace {
 
-struct PublicKeyRelease {
+struct PublicKeyFree {
   void operator()(gnutls_pubkey_t key) const { gnutls_pubkey_deinit(key); }
 };
-using PublicKey = std::unique_ptr<gnutls_pubkey_st, PublicKeyRelease>;
+using PublicKey = std::unique_ptr<gnutls_pubkey_st, PublicKeyFree>;
 
-// GnuTLS counts in 32 bits: of anything longer only the first part would be tested, and what
-// stands behind it would pass for signed.
-bool FitsGnuTls(std::string_view bytes) {
+// The length of a GnuTLS datum has 32 bits. Of a longer text only the first part would be verified,
+// and the rest would be accepted unsigned.
+bool FitsDatum(std::string_view bytes) {
   return bytes.size() <= std::numeric_limits<unsigned>::max();
 }
 
-// GnuTLS takes its inputs as mutable data and does not write to them.
+// GnuTLS declares its inputs as mutable data but does not write to them.
 gnutls_datum_t View(const void* bytes, size_t size) {
   return {static_cast<unsigned char*>(const_cast<void*>(bytes)), static_cast<unsigned>(size)};
 }
 
-// Null when GnuTLS does not take the bytes as a key.
+// Null when GnuTLS cannot read the bytes as a key.
 PublicKey ImportKey(const ReleaseKey& releaseKey) {
   gnutls_pubkey_t raw = nullptr;
   if (gnutls_pubkey_init(&raw) < 0) return nullptr;
@@ -41,12 +41,12 @@ PublicKey ImportKey(const ReleaseKey& releaseKey) {
 
 bool VerifyDigestSignature(std::string_view data, std::string_view signature,
                            const std::vector<ReleaseKey>& keys) {
-  if (signature.empty() || !FitsGnuTls(signature) || !FitsGnuTls(data)) return false;
+  if (signature.empty() || !FitsDatum(signature) || !FitsDatum(data)) return false;
   const gnutls_datum_t dataView = View(data.data(), data.size());
   const gnutls_datum_t signatureView = View(signature.data(), signature.size());
 
   for (size_t index = 0; index < keys.size(); ++index) {
-    // A key that cannot be read counts like one that did not sign: the next may have.
+    // A key that cannot be read is skipped: the next one may have signed.
     const PublicKey key = ImportKey(keys[index]);
     if (!key) continue;
     const int verdict =

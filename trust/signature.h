@@ -1,7 +1,7 @@
 #pragma once
 
-// The test of a detached signature: raw RSA (PKCS #1 v1.5) with SHA-256 over the data itself.
-// Any thread may call these; nothing is kept between calls.
+// Verification of a detached signature: RSA (PKCS #1 v1.5) with SHA-256 over the data itself, as
+// raw bytes. Any thread may call these; nothing is kept between calls.
 
 #include <string_view>
 #include <vector>
@@ -10,13 +10,12 @@
 
 namespace Vantrell {
 
-// True when one of the keys verifies the signature; the first that does is logged by its
-// number. An empty signature is never valid. Whether a key could not be read or just did not
-// sign is not told.
+// True when one of the keys verifies the signature; the number of the first such key is logged. An
+// empty signature is not valid. A key that cannot be read is treated as one that did not sign.
 [[nodiscard]] bool VerifyDigestSignature(std::string_view data, std::string_view signature,
                                          const std::vector<ReleaseKey>& keys);
 
-// Against the release keys of this build.
+// The same with the release keys of this build.
 [[nodiscard]] bool VerifyDigestSignature(std::string_view data, std::string_view signature);
 
 }  // namespace Vantrell

@@ -14,9 +14,9 @@
 namespace Vantrell {
 namespace {
 
-constexpr int WitnessCount = 3;  // unanimous: all must answer and agree
+constexpr int WitnessCount = 3;  // all of them must answer and agree
 
-// What every witness must serve, byte for byte.
+// The two files that every witness must serve with the same bytes.
 struct SignedRelease {
   std::string block;
   std::string signature;
@@ -31,29 +31,30 @@ bool RefuseQuorum(std::string reason, std::string& error) {
   return false;
 }
 
-// They agreed on something that is not acceptable.
+// They agreed, but on a release that is not acceptable.
 bool RefuseRelease(std::string reason, std::string& error) {
   error = std::move(reason);
   LogLine("[Update] REFUSED - %s", error.c_str());
   return false;
 }
 
-bool FetchSignedRelease(const std::string& base, const WitnessFetch& fetch, SignedRelease& release,
-                        std::string& fetchError) {
-  return fetch(base + ".release.block", release.block, fetchError) &&
-         fetch(base + ".release.sig", release.signature, fetchError);
+bool FetchSignedRelease(const std::string& releaseUrl, const WitnessFetch& fetch,
+                        SignedRelease& release, std::string& fetchError) {
+  return fetch(releaseUrl + ".release.block", release.block, fetchError) &&
+         fetch(releaseUrl + ".release.sig", release.signature, fetchError);
 }
 
 bool AgreesOnDigest(const std::string& url, const WitnessFetch& fetch,
                     const std::string& manifestDigest) {
   std::string digestText;
   std::string fetchError;
-  // A digest file that cannot be had counts as out of step, not as down: no transport words.
+  // A digest file that cannot be fetched is reported as a disagreement, without the transport's
+  // words.
   if (!fetch(url, digestText, fetchError)) return false;
   return NormalizeDigest(digestText) == manifestDigest;
 }
 
-// What is the same for all three witnesses of one pass.
+// The offer that all three witnesses are asked about.
 struct Offer {
   const UpdateManifest& manifest;
   const std::string& component;
@@ -61,22 +62,23 @@ struct Offer {
   const std::string& manifestDigest;
 };
 
-// One witness's turn, counted from 1. The first one's files become the `reference`, which the
+// Asks one witness; `number` counts from 1. The files of witness 1 become the `reference` that the
 // others must match.
 bool AskWitness(size_t number, const std::string& baseUrl, const Offer& offer,
                 const WitnessFetch& fetch, SignedRelease& reference, std::string& error) {
   const std::string witness = "witness " + std::to_string(number);
-  const std::string release = baseUrl + "/" + offer.channel + "/" + offer.manifest.version;
+  const std::string releaseUrl = baseUrl + "/" + offer.channel + "/" + offer.manifest.version;
   SignedRelease served;
   std::string fetchError;
-  if (!FetchSignedRelease(release, fetch, served, fetchError)) {
+  if (!FetchSignedRelease(releaseUrl, fetch, served, fetchError)) {
     return RefuseQuorum(witness + " unreachable: " + fetchError, error);
   }
   if (number == 1) reference = served;
   if (served != reference) {
     return RefuseQuorum(witness + " serves a different signed release", error);
   }
-  if (!AgreesOnDigest(release + "." + offer.component + ".sha256", fetch, offer.manifestDigest)) {
+  if (!AgreesOnDigest(releaseUrl + "." + offer.component + ".sha256", fetch,
+                      offer.manifestDigest)) {
     const std::string which = offer.manifest.version + "/" + offer.component;
     return RefuseQuorum(witness + " disagrees for " + which, error);
   }
@@ -104,7 +106,7 @@ bool VerifyReleaseQuorum(const UpdateManifest& manifest, const std::string& comp
     if (!AskWitness(index + 1, witnesses[index], offer, fetch, reference, error)) return false;
   }
 
-  // Only what all three agree on is worth a look at its signature, and one look is enough.
+  // All three serve the same bytes, so one verification of the signature is enough.
   if (!VerifyDigestSignature(reference.block, reference.signature, keys)) {
     return RefuseRelease(manifest.version + " is not signed by a Vantrell release key", error);
   }
