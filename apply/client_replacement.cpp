@@ -16,7 +16,6 @@ namespace {
 
 constexpr uint32_t TerminationLimitMs = 10000;
 constexpr uint32_t JudgementMs = 20000;  // also the number in the log, whenever the client ended
-constexpr int64_t LookIntervalMs = 250;
 
 void EndOldClient(const ClientLaunchContext& context) {
   if (kill(context.pid, SIGTERM) != 0) return;
@@ -77,7 +76,7 @@ bool JudgeNewClient(const RelaunchOutcome& judged) {
     const bool alive =
         judged.pid != 0 ? StayedByPid(judged.pid) : StayedByUnit(judged.user, judged.unit);
     if (!alive) return false;
-    SleepMs(LookIntervalMs);
+    SleepMs(PollIntervalMs);
   }
   return true;
 }

@@ -7,9 +7,10 @@
 namespace Vantrell {
 namespace {
 
-// What the kernel puts behind the path of a file that is gone.
+// The kernel appends this to the path of a file that no longer exists.
 constexpr char DeletedSuffix[] = " (deleted)";
-constexpr size_t LinkLimitBytes = 511;  // a longer link is cut, and so is never the client's
+constexpr size_t LinkLimitBytes =
+    511;  // a longer link is cut, so it never equals the client's path
 
 }  // namespace
 

@@ -7,26 +7,24 @@
 
 #include "base/directories.h"
 #include "base/log_line.h"
-#include "base/steady_time.h"
 #include "identity/client_process.h"
 
 namespace Vantrell {
 namespace {
 
 constexpr int Attempts = 2;
-constexpr uint32_t AttemptMs = 15000;
-constexpr int64_t LookIntervalMs = 250;
+constexpr Milliseconds AttemptMs = 15000;
 
-// The test stands directly before the signal, so that a reused pid is hardly ever hit, and
-// then only if it is another client.
+// Each process is checked again directly before its signal: the kernel may have given the pid to
+// another process since the scan.
 void EndClientsOfOldImage(const std::vector<int32_t>& pids) {
   for (const int32_t pid : pids) {
     bool deleted = false;
-    if (IsClientProcess(pid, &deleted) && deleted) (void)kill(pid, SIGTERM);
+    if (IsClientProcess(pid, &deleted) && deleted) kill(pid, SIGTERM);
   }
 }
 
-// The first client of the new image that was not there before; 0 if there is none.
+// The pid of the first client of the new image that is not in `before`; 0 if there is none.
 int32_t FindNewClient(uint32_t uid, const std::vector<int32_t>& before) {
   for (const int32_t pid : FindClientPids(static_cast<int32_t>(uid))) {
     if (std::find(before.begin(), before.end(), pid) != before.end()) continue;
@@ -36,12 +34,12 @@ int32_t FindNewClient(uint32_t uid, const std::vector<int32_t>& before) {
   return 0;
 }
 
-int32_t WatchForNewClient(uint32_t uid, const std::vector<int32_t>& before) {
+int32_t WaitForNewClient(uint32_t uid, const std::vector<int32_t>& before) {
   const int64_t deadline = SteadyNowMs() + AttemptMs;
   while (SteadyNowMs() < deadline) {
     const int32_t pid = FindNewClient(uid, before);
     if (pid != 0) return pid;
-    SleepMs(LookIntervalMs);
+    SleepMs(PollIntervalMs);
   }
   return 0;
 }
@@ -64,14 +62,14 @@ std::vector<int32_t> FindClientPids(int32_t uid) {
 RelaunchOutcome RestartKioskClient(const ClientLaunchContext& context) {
   RelaunchOutcome outcome;
   for (int attempt = 1; attempt <= Attempts; ++attempt) {
-    // A client that is there before an attempt is never taken for its result.
+    // Clients that run before the attempt are not its result.
     const std::vector<int32_t> before = FindClientPids(static_cast<int32_t>(context.uid));
     EndClientsOfOldImage(before);
     LogLine(
         "[UpdateSvc] asked the kiosk supervisor (%s) to restart its client from the new image "
         "(attempt %d)",
         context.unit.c_str(), attempt);
-    outcome.pid = WatchForNewClient(context.uid, before);
+    outcome.pid = WaitForNewClient(context.uid, before);
     if (outcome.pid != 0) {
       LogLine("[UpdateSvc] the kiosk supervisor started pid %d", outcome.pid);
       return outcome;

@@ -9,7 +9,7 @@
 namespace Vantrell {
 namespace {
 
-// The equals sign is part of each: a longer name that begins alike is not kept.
+// With the equals sign, so that a longer name with the same beginning is not kept.
 constexpr std::string_view ClientEnvKeep[] = {
     "DISPLAY=",
     "WAYLAND_DISPLAY=",
@@ -39,7 +39,7 @@ std::vector<std::string> SplitNulSeparated(std::string_view text) {
   return elements;
 }
 
-std::vector<std::string> KeptEnvironment(const std::vector<std::string>& environment) {
+std::vector<std::string> KeepClientEnvironment(const std::vector<std::string>& environment) {
   std::vector<std::string> kept;
   for (const std::string& entry : environment) {
     for (const std::string_view prefix : ClientEnvKeep) {
@@ -49,9 +49,9 @@ std::vector<std::string> KeptEnvironment(const std::vector<std::string>& environ
   return kept;
 }
 
-std::string UnitInCgroups(const std::string& cgroups) {
+std::string FindUnit(const std::string& cgroups) {
   std::string unit;
-  // Only the cgroup v2 entry counts; of several the last.
+  // The entry of cgroup v2 begins with "0::". If there are several, the last one is used.
   for (const std::string& line : SplitLines(cgroups)) {
     if (!line.starts_with("0::")) continue;
     const size_t slash = line.rfind('/');
@@ -60,14 +60,17 @@ std::string UnitInCgroups(const std::string& cgroups) {
   return unit;
 }
 
-int32_t ProcessUid(pid_t pid) {
+int32_t FindRealUid(const std::string& status) {
   constexpr std::string_view Key = "Uid:";
-  for (const std::string& line : SplitLines(ProcessFile(pid, "status"))) {
+  for (const std::string& line : SplitLines(status)) {
     if (!line.starts_with(Key)) continue;
+    // Four uids follow. The first is the real one.
     return static_cast<int32_t>(strtol(line.c_str() + Key.size(), nullptr, 10));
   }
   return -1;
 }
+
+int32_t ProcessUid(pid_t pid) { return FindRealUid(ProcessFile(pid, "status")); }
 
 bool CaptureClientLaunchContext(pid_t pid, ClientLaunchContext& context) {
   if (!IsClientProcess(pid)) return false;
@@ -76,12 +79,12 @@ bool CaptureClientLaunchContext(pid_t pid, ClientLaunchContext& context) {
   context.uid = static_cast<uint32_t>(uid);
   if (uid == -1) return false;
 
-  // What cannot be read from here on stays empty: a process that ends meanwhile is still worth
-  // the half of it that there is.
+  // From here on a read that fails leaves its field empty. The process may end in the meantime, and
+  // what was read until then is still useful.
   context.args = SplitNulSeparated(ProcessFile(pid, "cmdline"));
   if (!context.args.empty()) context.args.erase(context.args.begin());
-  context.env = KeptEnvironment(SplitNulSeparated(ProcessFile(pid, "environ")));
-  context.unit = UnitInCgroups(ProcessFile(pid, "cgroup"));
+  context.env = KeepClientEnvironment(SplitNulSeparated(ProcessFile(pid, "environ")));
+  context.unit = FindUnit(ProcessFile(pid, "cgroup"));
   return true;
 }
 

@@ -5,8 +5,6 @@
 #include <cstdlib>
 #include <memory>
 
-#include "identity/peer.h"
-
 namespace Vantrell {
 namespace {
 
@@ -15,15 +13,15 @@ struct MemoryFree {
 };
 using OwnedText = std::unique_ptr<char, MemoryFree>;
 
-// Null when the process belongs to no session.
-OwnedText SessionOfProcess(pid_t pid) {
+// Null when the process does not belong to a session.
+OwnedText FindSession(pid_t pid) {
   char* session = nullptr;
   if (sd_pid_get_session(pid, &session) < 0) return nullptr;
   return OwnedText(session);
 }
 
-// Null when nobody's session is active on the seat.
-OwnedText ActiveSessionOf(const char* seat) {
+// Null when the seat has no active session.
+OwnedText FindActiveSession(const char* seat) {
   char* session = nullptr;
   if (sd_seat_get_active(seat, &session, nullptr) < 0) return nullptr;
   return OwnedText(session);
@@ -41,11 +39,11 @@ bool HoldsActiveSession(uid_t uid) {
   if (sd_get_seats(&seats) <= 0 || seats == nullptr) return false;
   const std::unique_ptr<char*, MemoryFree> list(seats);
   bool found = false;
-  // The walk goes on behind a yes: every name is ours to free.
+  // Keep iterating after a match: every string in the list must be freed.
   for (char** next = seats; *next != nullptr; ++next) {
     const OwnedText seat(*next);
     if (found) continue;
-    const OwnedText session = ActiveSessionOf(seat.get());
+    const OwnedText session = FindActiveSession(seat.get());
     if (session) found = SessionIsLocalFor(session.get(), uid);
   }
   return found;
@@ -53,20 +51,27 @@ bool HoldsActiveSession(uid_t uid) {
 
 }  // namespace
 
+ucred PeerCredentials(int socket) {
+  ucred peer = {};
+  socklen_t size = sizeof peer;
+  if (getsockopt(socket, SOL_SOCKET, SO_PEERCRED, &peer, &size) != 0) return {};
+  return peer;
+}
+
 bool SessionIsLocalFor(const std::string& session, uid_t uid) {
   if (sd_session_is_active(session.c_str()) <= 0) return false;
-  if (sd_session_is_remote(session.c_str()) != 0) return false;  // an error counts like remote
+  if (sd_session_is_remote(session.c_str()) != 0) return false;  // an error is a no
   if (!IsOnSomeSeat(session.c_str())) return false;
   uid_t owner = 0;
   return sd_session_get_uid(session.c_str(), &owner) >= 0 && owner == uid;
 }
 
 bool PeerIsSeatedUser(int socket) {
-  const ucred peer = PeerOf(socket);
+  const ucred peer = PeerCredentials(socket);
   if (peer.pid <= 0) return false;
   if (peer.uid == 0) return true;
-  const OwnedText session = SessionOfProcess(peer.pid);
-  // Final: who came by a remote login is refused even while the same user sits at a seat.
+  const OwnedText session = FindSession(peer.pid);
+  // This answer is final: a remote login is refused even if the same user is also at a seat.
   if (session) return SessionIsLocalFor(session.get(), peer.uid);
   return HoldsActiveSession(peer.uid);
 }

@@ -7,7 +7,6 @@
 #include "apply/apply_transaction.h"
 #include "apply/process_runner.h"
 #include "base/log_line.h"
-#include "identity/peer.h"
 #include "identity/seat.h"
 #include "service/service_state.h"
 
@@ -26,7 +25,7 @@ std::string AnswerApply(const std::string&, int connection) {
   ApplyRequest request;
   // Refuses nothing: it only decides whether the apply may ignore the maintenance window.
   request.seatAuthorized = PeerIsSeatedUser(connection);
-  const ucred peer = PeerOf(connection);
+  const ucred peer = PeerCredentials(connection);
   request.hasClient = peer.pid > 0 && CaptureClientLaunchContext(peer.pid, request.client);
   std::thread([request = std::move(request)] { RunRequestedApply(request); }).detach();
   return "OK applying";

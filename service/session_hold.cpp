@@ -9,7 +9,7 @@
 
 #include "base/log_line.h"
 #include "identity/client_process.h"
-#include "identity/peer.h"
+#include "identity/seat.h"
 #include "service/control_protocol.h"
 #include "service/service_state.h"
 
@@ -20,7 +20,7 @@ constexpr size_t DiscardBytes = 64;
 
 // A client whose file was replaced on disk may hold a session all the same.
 bool PeerIsClient(int connection) {
-  const ucred peer = PeerOf(connection);
+  const ucred peer = PeerCredentials(connection);
   return peer.pid > 0 && IsClientProcess(peer.pid);
 }
 
