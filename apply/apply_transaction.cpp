@@ -14,7 +14,7 @@
 #include "service/service_state.h"
 #include "settings/maintenance_window.h"
 #include "update/host_inventory.h"
-#include "update/staging.h"
+#include "update/state_directory.h"
 
 namespace Vantrell {
 namespace {
@@ -24,12 +24,12 @@ using ClientUpdateService::serviceState;
 constexpr char PackageSuffix[] = ".deb";
 constexpr char PackageArchitecture[] = "amd64";
 
-// Gives the claim back as the very last action of an apply, also when an exception passes.
-struct BusyRelease {
-  BusyRelease() = default;
-  BusyRelease(const BusyRelease&) = delete;
-  BusyRelease& operator=(const BusyRelease&) = delete;
-  ~BusyRelease() { serviceState.applyBusy.exchange(false); }
+// Ends the claim on applyBusy as the last action of an apply, when an exception is thrown too.
+struct ApplyClaim {
+  ApplyClaim() = default;
+  ApplyClaim(const ApplyClaim&) = delete;
+  ApplyClaim& operator=(const ApplyClaim&) = delete;
+  ~ApplyClaim() { serviceState.applyBusy.exchange(false); }
 };
 
 bool Refuse(std::string reason, std::string& error) {
@@ -37,7 +37,7 @@ bool Refuse(std::string reason, std::string& error) {
   return false;
 }
 
-// Our own copy: a later pass may publish another release while this one is installed.
+// Makes a copy, because a pass may publish another release while this one is installed.
 bool CopyStaged(UpdateManifest& staged) EXCLUDES_LOCK(serviceState.stateMutex) {
   const MutexLock lock(serviceState.stateMutex);
   if (!serviceState.stagedReady) return false;
@@ -50,7 +50,7 @@ void ClearStaged() EXCLUDES_LOCK(serviceState.stateMutex) {
   serviceState.stagedReady = false;
 }
 
-// Whether an apply may start at all. A live session binds whoever asks.
+// The tests before the files are read. A live session refuses every caller.
 bool PassGates(bool ignoreWindow, UpdateManifest& staged, std::string& error) {
   if (!CopyStaged(staged)) return Refuse("nothing is staged", error);
   if (serviceState.sessionHolds > 0) return Refuse("a session is live", error);
@@ -60,9 +60,10 @@ bool PassGates(bool ignoreWindow, UpdateManifest& staged, std::string& error) {
   return true;
 }
 
-// The one package of the set; other files are allowed and not used.
+// Finds the package of the release. Other files are allowed and not installed.
 bool ChoosePackage(const std::string& stagedRoot, const UpdateManifest& staged,
                    std::string& packagePath, std::string& error) {
+  packagePath.clear();
   for (const ManifestFile& file : staged.files) {
     if (!file.name.ends_with(PackageSuffix)) continue;
     if (!packagePath.empty()) return Refuse("the manifest lists more than one package", error);
@@ -72,9 +73,9 @@ bool ChoosePackage(const std::string& stagedRoot, const UpdateManifest& staged,
   return true;
 }
 
-// Whether the package says of itself that it is what the manifest calls it.
-bool TestControlFields(const std::string& packagePath, const std::string& version,
-                       std::string& error) {
+// Whether the package's own fields agree with the manifest.
+bool CheckControlFields(const std::string& packagePath, const std::string& version,
+                        std::string& error) {
   std::string output;
   const int32_t result =
       RunProcess({"dpkg-deb", "-f", packagePath, "Package", "Version", "Architecture"}, {}, output);
@@ -88,15 +89,15 @@ bool TestControlFields(const std::string& packagePath, const std::string& versio
   return Refuse("the staged package is not " + package + " " + version + " " + architecture, error);
 }
 
-// The files are hashed again: staging may have been hours ago.
+// Hashes the files again, because they may have been staged hours ago.
 bool ProvePackage(const UpdateManifest& staged, std::string& packagePath, std::string& error) {
-  const std::string stagedRoot = ClientStagingDir() + "/" + staged.version;
+  const std::string stagedRoot = StagedReleaseDir(staged.version);
   return VerifyStagedSet(stagedRoot, staged, error) &&
          ChoosePackage(stagedRoot, staged, packagePath, error) &&
-         TestControlFields(packagePath, staged.version, error);
+         CheckControlFields(packagePath, staged.version, error);
 }
 
-// A requester that still runs stands here twice; one start is made per user all the same.
+// A requester that still runs is in the list twice. Each user gets one start all the same.
 std::vector<ClientLaunchContext> CollectContexts(const ClientLaunchContext* requester) {
   std::vector<ClientLaunchContext> contexts;
   if (requester != nullptr) contexts.push_back(*requester);
@@ -132,7 +133,7 @@ bool InstallAndJudge(const UpdateManifest& staged, const std::string& packagePat
     LogLine("[UpdateSvc] applied %s and relaunched the client", staged.version.c_str());
     return true;
   }
-  // Something is judged only where a context was started, so there is a first one.
+  // A client is judged only if one was started, so there is a first context.
   RollBackClient(hasRollbackCopy, rollbackPath, previousVersion, contexts.front(), error);
   return false;
 }
@@ -141,11 +142,11 @@ bool InstallAndJudge(const UpdateManifest& staged, const std::string& packagePat
 
 bool ApplyStagedUpdate(bool ignoreWindow, const ClientLaunchContext* requester,
                        std::string& error) {
-  // Before the claim there is nothing to release: it belongs to the other apply.
+  // This must come before ApplyClaim: a refused apply must not end the claim of the other one.
   if (serviceState.applyBusy.exchange(true)) {
     return Refuse("an install is already running", error);
   }
-  const BusyRelease release;
+  const ApplyClaim claim;
   UpdateManifest staged;
   if (!PassGates(ignoreWindow, staged, error)) return false;
   std::string packagePath;

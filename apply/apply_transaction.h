@@ -1,7 +1,7 @@
 #pragma once
 
-// The one operation that changes the client package on the machine: takes the staged release
-// to installed and accepted, or back to where it stood. Blocks its thread for minutes.
+// The apply: installs the staged release and accepts it, or installs the previous package again. No
+// other code changes the client package. Blocks its thread for minutes.
 
 #include <string>
 
@@ -9,20 +9,21 @@
 
 namespace Vantrell {
 
-// True: the staged release is now the accepted installed one, and the caller is to stop the
-// service for the new build. False: `error`, which comes in empty, has the reason; it is the
-// caller's to log. What is staged then stays staged.
+// True: the staged release is now installed and accepted, and the caller must stop the service for
+// the new build. False: `error`, which the caller passes empty, has the reason, and the caller must
+// log it. The release then stays staged.
 //
-// `ignoreWindow` skips the gate of the maintenance window and nothing else. `requester` (null:
-// none) is the client that asked, taken before it went away; it is never signalled.
+// `ignoreWindow` skips the test of the maintenance window and nothing else. `requester` (null:
+// none) is the client that asked, as it was before it ended. It gets no signal.
 //
-// One apply runs at a time, a second is refused. Once past its gates it runs to its end,
-// whatever stop, session or window comes meanwhile, on its own copy of the manifest.
+// Only one apply runs at a time; a second one is refused. After its tests an apply runs to its end
+// on its own copy of the manifest. A stop, a session or the end of the window does not interrupt
+// it.
 [[nodiscard]] bool ApplyStagedUpdate(bool ignoreWindow, const ClientLaunchContext* requester,
                                      std::string& error);
 
-// The attempt of the background thread after each check pass. True: a release was accepted,
-// the stop is under way, and the thread is to end. A refusal is in the log.
+// The attempt of the background thread after each check pass. True: a release was accepted, the
+// stop has begun, and the thread must end. A refusal is logged here.
 [[nodiscard]] bool TryAutomaticApply();
 
 }  // namespace Vantrell

@@ -9,17 +9,17 @@
 #include "apply/package_swap.h"
 #include "apply/process_runner.h"
 #include "base/log_line.h"
-#include "base/steady_time.h"
 
 namespace Vantrell {
 namespace {
 
-constexpr uint32_t TerminationLimitMs = 10000;
-constexpr uint32_t JudgementMs = 20000;  // also the number in the log, whenever the client ended
+constexpr Milliseconds TerminationLimitMs = 10000;
+// The log lines name this number, whenever the client has ended.
+constexpr Milliseconds JudgementMs = 20000;
 
 void EndOldClient(const ClientLaunchContext& context) {
   if (kill(context.pid, SIGTERM) != 0) return;
-  // A supervisor has its own idea of when its client ends and starts again.
+  // The end of a kiosk client is not waited for: its supervisor starts the next one at once.
   if (IsKioskClient(context)) return;
   WaitForProcessExit(static_cast<uint32_t>(context.pid), TerminationLimitMs);
 }
@@ -28,20 +28,21 @@ RelaunchOutcome StartNewClient(const ClientLaunchContext& context) {
   return IsKioskClient(context) ? RestartKioskClient(context) : RelaunchClient(context);
 }
 
-// One look each, which logs a client that is gone. A process that nobody has reaped yet still
-// counts as alive.
-bool StayedByPid(int32_t pid) {
+// Checks once, and logs a client that has ended. A process that its parent has not reaped yet still
+// exists here.
+bool IsStillRunning(int32_t pid) {
   if (kill(pid, 0) == 0) return true;
   LogLine("[UpdateSvc] the new client exited within %ums", JudgementMs);
   return false;
 }
 
-// A query that fails counts like a client that is gone.
-bool StayedByUnit(const std::string& user, const std::string& unit) {
+// Checks once, and logs a client that has ended. A query that fails gives no state, which is
+// treated as a client that has ended.
+bool IsStillRunning(const std::string& user, const std::string& unit) {
   std::string output;
-  (void)RunProcess({"systemctl", "--user", "--machine=" + user + "@.host", "show", "-p",
-                    "ActiveState", "--value", unit},
-                   {}, output);
+  RunProcess({"systemctl", "--user", "--machine=" + user + "@.host", "show", "-p", "ActiveState",
+              "--value", unit},
+             {}, output);
   const std::string state = LastLine(output);
   if (state == "active" || state == "activating") return true;
   LogLine("[UpdateSvc] the new client exited within %ums (%s)", JudgementMs, state.c_str());
@@ -74,7 +75,7 @@ bool JudgeNewClient(const RelaunchOutcome& judged) {
   const int64_t deadline = SteadyNowMs() + JudgementMs;
   while (SteadyNowMs() < deadline) {
     const bool alive =
-        judged.pid != 0 ? StayedByPid(judged.pid) : StayedByUnit(judged.user, judged.unit);
+        judged.pid != 0 ? IsStillRunning(judged.pid) : IsStillRunning(judged.user, judged.unit);
     if (!alive) return false;
     SleepMs(PollIntervalMs);
   }
@@ -91,11 +92,11 @@ void RollBackClient(bool hasRollbackCopy, const std::string& rollbackPath,
   LogLine("[UpdateSvc] rolling back to the previous set (%s)", previousVersion.c_str());
   std::string swapError;
   if (SwapClientPackage(rollbackPath, swapError)) {
-    (void)StartNewClient(firstContext);  // not judged again
+    StartNewClient(firstContext);  // this client is not judged
   } else {
     LogLine("[UpdateSvc] rollback failed: %s", swapError.c_str());
   }
-  // The same sentence after a failed install, and meant so: the log line above tells which.
+  // The sentence is the same after a failed install. Only the log line above tells the difference.
   error = "the updated client did not stay running; the previous version was restored";
 }
 

@@ -1,9 +1,8 @@
 #pragma once
 
-// Between the swap of the package and the verdict on it: the old clients are ended, one new
-// client for each user is started, the first that really started is watched, and if it does
-// not stay the previous package is put back. All of it runs on the thread of the apply, takes
-// no lock and does not look at a stop of the service.
+// The steps after the swap of the package: ending the old clients, starting one new client for each
+// user, watching the first one that started, and the rollback if it does not stay. All of it runs
+// on the thread of the apply and takes no lock; a stop of the service does not interrupt it.
 
 #include <string>
 #include <vector>
@@ -13,25 +12,23 @@
 
 namespace Vantrell {
 
-// Whether a system unit keeps this client alive, by the name of its unit alone: one of a
-// relaunched client counts too, the user's own manager does not.
-bool IsKioskClient(const ClientLaunchContext& context);
+// Whether a kiosk supervisor restarts this client. Only the name of its unit decides: it ends in
+// ".service" and does not begin with "user@". The unit of a relaunched client has such a name too.
+[[nodiscard]] bool IsKioskClient(const ClientLaunchContext& context);
 
-// Ends every client of `contexts` by SIGTERM, but never the requester (null: there is none),
-// which ends by itself; gives each that no supervisor keeps up to 10 s, and starts one client for
-// each user. `judged` comes in with nothing to judge and becomes the first outcome that has
-// something.
+// Ends every client of `contexts` with SIGTERM, except the requester (null: there is none), which
+// ends by itself. Waits up to 10 s for each client that is not a kiosk client. Starts one client
+// for each user. `judged` becomes the first outcome that can be judged; the caller passes it with
+// nothing to judge, and it stays so if there is no such outcome.
 void ReplaceRunningClients(const std::vector<ClientLaunchContext>& contexts,
                            const ClientLaunchContext* requester, RelaunchOutcome& judged);
 
-// Watches the new client for 20 s. True when it is still there at the end; otherwise the log
-// has it.
+// Watches the new client for 20 s. True when it still runs at the end. False is logged here.
 [[nodiscard]] bool JudgeNewClient(const RelaunchOutcome& judged);
 
-// Installs the rollback copy, if there is one, and then starts a client of `firstContext`
-// again. `error` becomes the
-// final words of the apply; what failed on the way is in the log. `previousVersion` is for the
-// log alone.
+// Installs the rollback copy, if there is one, and then starts a client from `firstContext`.
+// `error` gets the final words of the apply. A failed install is logged here. `previousVersion` is
+// used in a log line only.
 void RollBackClient(bool hasRollbackCopy, const std::string& rollbackPath,
                     const std::string& previousVersion, const ClientLaunchContext& firstContext,
                     std::string& error);

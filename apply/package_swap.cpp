@@ -16,7 +16,7 @@ namespace Vantrell {
 bool SwapClientPackage(const std::string& packagePath, std::string& error) {
   const std::vector<std::string> environment = {
       "DEBIAN_FRONTEND=noninteractive",
-      "VANTRELL_UPDATE_APPLY=1",  // tells the package's own scripts to leave this service alone
+      "VANTRELL_UPDATE_APPLY=1",  // the package's scripts then leave this service alone
       "NEEDRESTART_SUSPEND=1",
   };
   const std::vector<std::string> command = {
@@ -42,21 +42,17 @@ bool SwapClientPackage(const std::string& packagePath, std::string& error) {
 }
 
 void RecordAppliedSet(const UpdateManifest& manifest, const std::string& packagePath) {
-  // Closed last of all: until then nobody may count on the text.
+  // Written to disk only when closed, after the copy below.
   const Stream record(fopen(InstalledRecordPath().c_str(), "wbe"));
   for (const ManifestFile& file : manifest.files) {
     const std::string line = InstalledRecordLine(file);
-    if (record) (void)fwrite(line.data(), 1, line.size(), record.get());
+    if (record) fwrite(line.data(), 1, line.size(), record.get());
   }
 
-  (void)RemoveTree(ClientRollbackDir());
-  (void)MakeDirs(ClientRollbackDir(), 0700);
+  RemoveTree(ClientRollbackDir());
+  MakeDirs(ClientRollbackDir(), 0700);
   std::string output;
-  (void)RunProcess({"cp", "--", packagePath, RollbackCopyPath()}, {}, output);
+  RunProcess({"cp", "--", packagePath, RollbackCopyPath()}, {}, output);
 }
-
-std::string ClientRollbackDir() { return std::string(StateDir) + "/client-rollback"; }
-
-std::string RollbackCopyPath() { return ClientRollbackDir() + "/previous.deb"; }
 
 }  // namespace Vantrell

@@ -13,16 +13,16 @@
 
 #include "base/descriptor.h"
 #include "base/lines.h"
-#include "base/steady_time.h"
+#include "base/read_input.h"
 
 namespace Vantrell {
 namespace {
 
 constexpr size_t ReadBlockBytes = 4096;
-constexpr size_t CaptureLimitBytes = 262144;  // a block is kept while less than this is held
-constexpr int64_t ExitPollMs = 100;
+constexpr size_t CaptureLimitBytes = 262144;  // a block is kept while there are fewer bytes
+constexpr Milliseconds ExitPollMs = 100;
 
-// The strings must outlive the pointers.
+// A list of pointers as posix_spawnp() takes it. `texts` must live longer than the list.
 std::vector<char*> Pointers(const std::vector<std::string>& texts) {
   std::vector<char*> pointers;
   pointers.reserve(texts.size() + 1);
@@ -31,8 +31,8 @@ std::vector<char*> Pointers(const std::vector<std::string>& texts) {
   return pointers;
 }
 
-// Nothing in the service changes its environment after start, so no lock is needed. An extra
-// entry stands behind an inherited one of the same name, and does not replace it.
+// The service does not change its environment after the start, so no lock is needed. An extra entry
+// follows an inherited one of the same name, and does not replace it.
 std::vector<std::string> ChildEnvironment(const std::vector<std::string>& extraEnv) {
   std::vector<std::string> entries;
   for (char** entry = environ; *entry != nullptr; ++entry) entries.emplace_back(*entry);
@@ -40,38 +40,43 @@ std::vector<std::string> ChildEnvironment(const std::vector<std::string>& extraE
   return entries;
 }
 
+// What a child does between fork and exec. False when the actions could not be added: the child
+// would then run with the service's own descriptors.
+bool AddFileActions(posix_spawn_file_actions_t& actions, int outputEnd) {
+  return posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0) == 0 &&
+         posix_spawn_file_actions_adddup2(&actions, outputEnd, STDOUT_FILENO) == 0 &&
+         posix_spawn_file_actions_adddup2(&actions, outputEnd, STDERR_FILENO) == 0 &&
+         // libcurl makes its sockets without close-on-exec. A transfer of another thread must not
+         // stay open in a tool, nor in a process that a maintainer script starts.
+         posix_spawn_file_actions_addclosefrom_np(&actions, STDERR_FILENO + 1) == 0;
+}
+
 bool Spawn(const std::vector<std::string>& argv, const std::vector<std::string>& extraEnv,
            int outputEnd, pid_t& child) {
   const std::vector<std::string> environment = ChildEnvironment(extraEnv);
   posix_spawn_file_actions_t actions;
   if (posix_spawn_file_actions_init(&actions) != 0) return false;
-  (void)posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
-  (void)posix_spawn_file_actions_adddup2(&actions, outputEnd, STDOUT_FILENO);
-  (void)posix_spawn_file_actions_adddup2(&actions, outputEnd, STDERR_FILENO);
-  // libcurl makes its sockets without close-on-exec: a transfer on another thread must not
-  // live on in a tool, nor in what a maintainer script leaves behind.
-  (void)posix_spawn_file_actions_addclosefrom_np(&actions, STDERR_FILENO + 1);
-  // No attributes: a child keeps the service's signal settings, an ignored SIGPIPE included.
-  const int failure = posix_spawnp(&child, argv[0].c_str(), &actions, nullptr,
-                                   Pointers(argv).data(), Pointers(environment).data());
-  (void)posix_spawn_file_actions_destroy(&actions);
-  return failure == 0;
+  // Without attributes a child inherits the service's signal settings, the ignored SIGPIPE too.
+  const bool started = AddFileActions(actions, outputEnd) &&
+                       posix_spawnp(&child, argv[0].c_str(), &actions, nullptr,
+                                    Pointers(argv).data(), Pointers(environment).data()) == 0;
+  posix_spawn_file_actions_destroy(&actions);
+  return started;
 }
 
-// What goes over the limit is read and dropped: the child must never block on a full pipe.
-std::string ReadToEnd(int outputEnd) {
+// A failed read ends the output as its end does. What is over the limit is read and dropped, since
+// the child must not block on a full pipe.
+std::string ReadOutput(int outputEnd) {
   std::string captured;
-  char block[ReadBlockBytes];
-  for (;;) {
-    const ssize_t got = read(outputEnd, block, sizeof block);
-    if (got < 0 && errno == EINTR) continue;
-    if (got <= 0) return captured;
-    if (captured.size() < CaptureLimitBytes) captured.append(block, static_cast<size_t>(got));
-  }
+  const auto keep = [&captured](std::string_view block) {
+    if (captured.size() < CaptureLimitBytes) captured += block;
+  };
+  (void)ReadToEnd(outputEnd, ReadBlockBytes, keep);
+  return captured;
 }
 
 int32_t ReapChild(pid_t child) {
-  // Stays 0 when the wait fails for good: such a child counts as a success.
+  // The status stays 0 when waitpid() fails with another error: this is treated as a success.
   int status = 0;
   while (waitpid(child, &status, 0) < 0 && errno == EINTR) {
   }
@@ -90,12 +95,12 @@ int32_t RunProcess(const std::vector<std::string>& argv, const std::vector<std::
 
   pid_t child = 0;
   const bool started = Spawn(argv, extraEnv, writeEnd.Number(), child);
-  writeEnd = Descriptor();  // the end of the output comes when the child has closed its own
+  writeEnd = Descriptor();  // or the output would have no end
   if (!started) {
     output = "cannot run " + argv[0];
     return -1;
   }
-  std::string captured = ReadToEnd(readEnd.Number());
+  std::string captured = ReadOutput(readEnd.Number());
   readEnd = Descriptor();
   const int32_t result = ReapChild(child);
   output = std::move(captured);
@@ -104,19 +109,19 @@ int32_t RunProcess(const std::vector<std::string>& argv, const std::vector<std::
 
 std::string LastLine(std::string_view text) {
   const std::string content = TrimLineEnd(text);
-  // npos + 1 is 0: one line alone is the last.
-  return content.substr(content.rfind('\n') + 1);
+  const size_t lineFeed = content.rfind('\n');
+  return lineFeed == std::string::npos ? content : content.substr(lineFeed + 1);
 }
 
-void WaitForProcessExit(uint32_t pid, uint32_t limitMs) {
+void WaitForProcessExit(uint32_t pid, Milliseconds limit) {
   const Descriptor process(static_cast<int>(syscall(SYS_pidfd_open, pid, 0)));
   if (process) {
-    pollfd gone = {process.Number(), POLLIN, 0};
-    (void)poll(&gone, 1, static_cast<int>(limitMs));  // an interruption ends the wait
+    pollfd exit = {process.Number(), POLLIN, 0};
+    poll(&exit, 1, static_cast<int>(limit));  // a signal ends the wait early
     return;
   }
-  // An older kernel, or the process is gone already.
-  const int64_t deadline = SteadyNowMs() + limitMs;
+  // The kernel is older than pidfd_open(), or the process has ended.
+  const int64_t deadline = SteadyNowMs() + limit;
   while (kill(static_cast<pid_t>(pid), 0) == 0 && SteadyNowMs() < deadline) SleepMs(ExitPollMs);
 }
 

@@ -1,30 +1,33 @@
 #pragma once
 
-// The one way in which the service starts another program, and the wait for a process that is
-// no child of it. No shell is involved. Any thread may call these, several at once; they log
-// nothing and do not look at a stop of the service.
+// Running another program, and waiting for a process that is not a child. No shell is involved. Any
+// thread may call these, several at once; they log nothing, and a stop of the service does not
+// interrupt them.
 
 #include <cstdint>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "base/steady_time.h"
+
 namespace Vantrell {
 
-// Runs a program, found along PATH by the first element of `argv`, and waits for it without a
-// time limit, and for whoever else holds its output open. It has no input and inherits the
-// environment, with `extraEnv` (NAME=value) behind it. `output` is what it wrote on standard
-// output and standard error, as one stream, of which the first 256 KiB or a little more are
-// kept. The result is its exit code, or -1 when a signal ended it. When it could not be started
-// the result is -1 and `output` "cannot run " and the program, or `output` as it was where
-// there was not even a pipe.
+// Runs a program and waits for it without a time limit. The first element of `argv` is searched
+// along PATH. The program has no input. Its environment is the service's own, followed by
+// `extraEnv` (NAME=value). `output` gets what it writes to standard output and standard error, as
+// one stream; the first 256 KiB, or a little more, are kept. The call also waits for every other
+// process that holds this output open.
+// Returns the exit code, or -1 when a signal ended the program. When the program could not be
+// started: -1, and `output` is "cannot run " and its name. When there was no pipe for the output:
+// -1, and `output` is unchanged.
 int32_t RunProcess(const std::vector<std::string>& argv, const std::vector<std::string>& extraEnv,
                    std::string& output);
 
-// The last line of a tool's output, for a message: trailing line ends do not count.
+// The last line of a program's output, for a message. Line ends at the end of `text` are ignored.
 std::string LastLine(std::string_view text);
 
-// Returns when the process is gone or `limitMs` have passed, and does not tell which.
-void WaitForProcessExit(uint32_t pid, uint32_t limitMs);
+// Returns when the process has ended or after `limit`, and does not tell which.
+void WaitForProcessExit(uint32_t pid, Milliseconds limit);
 
 }  // namespace Vantrell

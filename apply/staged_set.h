@@ -1,7 +1,8 @@
 #pragma once
 
-// Proves once more, directly before an install, that a staged directory holds what the
-// manifest lists: as many files, each with its hash. Only reads; takes no lock; logs nothing.
+// Verification of a staged directory directly before an install: it must contain as many files as
+// the manifest lists, each with its hash. Any thread may call these; they only read and log
+// nothing.
 
 #include <string>
 #include <vector>
@@ -10,14 +11,13 @@
 
 namespace Vantrell {
 
-// True when the set matches. False: `error` names the first difference. A file that is absent,
-// a link, or cannot be read to its end counts as missing. Each file is read once, whole, in
-// steps.
+// True when the directory matches. False: `error` names the first difference. A file that does not
+// exist, is a link or cannot be read to its end is reported as missing. Each file is read once.
 [[nodiscard]] bool VerifyStagedSet(const std::string& stagedRoot, const UpdateManifest& manifest,
                                    std::string& error);
 
-// Appends the paths of all that is no directory below `directory`. Links are listed and not
-// followed; what cannot be looked at counts as empty.
+// Appends the paths of everything below `directory` that is not a directory. Links are listed and
+// not followed. A directory that cannot be read is treated as empty.
 void CollectStagedFiles(const std::string& directory, std::vector<std::string>& files);
 
 }  // namespace Vantrell

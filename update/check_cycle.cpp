@@ -2,20 +2,20 @@
 
 #include <malloc.h>
 
-#include <thread>
-
 #include "base/deployment.h"
 #include "base/directories.h"
 #include "base/file_content.h"
 #include "base/log_line.h"
+#include "base/own_thread.h"
 #include "service/service_state.h"
 #include "settings/settings_file.h"
-#include "update/check_request.h"
 #include "update/host_inventory.h"
 #include "update/https_transport.h"
 #include "update/installed_record.h"
 #include "update/manifest.h"
+#include "update/request_bodies.h"
 #include "update/staging.h"
+#include "update/state_directory.h"
 
 namespace Vantrell {
 namespace {
@@ -27,8 +27,8 @@ constexpr int32_t CheckLimitMs = 20000;
 constexpr char NoToken[] = "";
 constexpr char NoFingerprint[] = "";
 
-// Sets the status that clients can ask for. One that repeats from pass to pass is logged once;
-// the line is written under the mutex, so that the log shows statuses in their order.
+// Sets the status that clients can ask for, and logs it if it is not the same as before. The line
+// is written under the mutex, so that the log shows the statuses in their order.
 void PublishStatus(const std::string& text) EXCLUDES_LOCK(serviceState.stateMutex) {
   const MutexLock lock(serviceState.stateMutex);
   if (text == serviceState.lastStatus) return;
@@ -42,7 +42,7 @@ HttpResult AskUpdateServer() {
   const std::string ring = ReadChannel();
   const std::string request =
       BuildCheckRequest(ring, ReleaseComponent, installedVersion, NoFingerprint, osBuild);
-  const std::string body = WithInstallId(request, InstallId());
+  const std::string body = AddInstallId(request, InstallId());
   return HttpsPostJson(ReadEndpoint(), CheckPath, body, NoToken, CheckLimitMs);
 }
 
@@ -62,25 +62,25 @@ void PublishStaged(const UpdateManifest& manifest) EXCLUDES_LOCK(serviceState.st
     const MutexLock lock(serviceState.stateMutex);
     serviceState.staged = manifest;
     serviceState.stagedReady = true;
-    // Not by PublishStatus: this success has a log line of its own.
+    // Not through PublishStatus(): this outcome has its own log line, below.
     serviceState.lastStatus = "staged " + manifest.version;
   }
   LogLine("[UpdateSvc] %s staged and verified", manifest.version.c_str());
 }
 
 void StageOffer(const UpdateManifest& manifest) {
-  const std::string stagingDir = ClientStagingDir() + "/" + manifest.version;
-  // Nothing left by an earlier pass is reused. The version is taken as it stands: only file
-  // names are judged as paths, and the server is believed that much before the proof.
-  (void)RemoveTree(stagingDir);
+  const std::string stagingDir = StagedReleaseDir(manifest.version);
+  // Files of an earlier pass are not used again. This is before the proof, and the version is not
+  // checked as a path: here the service trusts the update server.
+  RemoveTree(stagingDir);
   std::string error;
-  // The ring is read again: a SETRING since the request decides where the proof is looked for.
+  // The ring is read again: after a SETRING the witnesses are asked under the new ring.
   if (StageRelease(manifest, ReleaseComponent, ReadChannel(), stagingDir, error)) {
     PublishStaged(manifest);
     return;
   }
   LogLine("[UpdateSvc] %s refused: %s", manifest.version.c_str(), error.c_str());
-  (void)RemoveTree(stagingDir);
+  RemoveTree(stagingDir);
   PublishStatus("refused: " + error);
 }
 
@@ -95,7 +95,7 @@ void HandleOffer(const std::string& body) {
     PublishStatus("up to date");
     return;
   }
-  // The status stays as it was, also when a failed request had changed it since.
+  // The status is not set again, even if a request that failed has changed it since the staging.
   if (IsStaged(manifest)) return;
   StageOffer(manifest);
 }
@@ -120,14 +120,15 @@ bool CheckOnce() {
 
 bool RunCheckPass() {
   bool reached = false;
-  // The service idles for hours after a pass, so the machine gets back all that it needed. The
-  // trim inside joins the free pieces, and the end of the thread then gives back the end of its
-  // arena; the trim outside gives back the small pieces that were kept for the thread.
-  std::thread([&reached] {
+  // The service is idle for hours after a pass, so all memory goes back to the system. The first
+  // trim joins the free blocks, so that the end of the thread can free the end of its arena. The
+  // second one frees the small blocks that glibc keeps for a thread until it has ended.
+  // bench/passes_memory.py measures this.
+  RunOnOwnThread([&reached] {
     reached = CheckOnce();
-    (void)malloc_trim(0);
-  }).join();
-  (void)malloc_trim(0);
+    malloc_trim(0);
+  });
+  malloc_trim(0);
   return reached;
 }
 

@@ -15,7 +15,7 @@
 
 namespace Vantrell {
 
-std::string PrettyNameIn(const std::string& osRelease) {
+std::string FindPrettyName(const std::string& osRelease) {
   constexpr std::string_view Key = "PRETTY_NAME=";
   std::string name;
   for (const std::string& line : SplitLines(osRelease)) {
@@ -29,27 +29,27 @@ std::string PrettyNameIn(const std::string& osRelease) {
 }
 
 std::string OsBuildString() {
-  std::string build = PrettyNameIn(ReadWholeFile("/etc/os-release"));
+  std::string build = FindPrettyName(ReadWholeFile("/etc/os-release"));
   struct utsname system = {};
   if (uname(&system) != 0) return build;
   if (!build.empty()) build += " ";
   return build + system.release + " " + system.machine;
 }
 
-std::string InstallIdIn(const std::string& stateDir, const std::string& uuidSource) {
-  const std::string path = stateDir + "/install-id";
+std::string LoadInstallId(const std::string& path, const std::string& uuidSource) {
   std::string stored = TrimLineEnd(ReadWholeFile(path));
   if (!stored.empty()) return stored;
 
   std::string fresh = TrimLineEnd(ReadWholeFile(uuidSource));
   if (fresh.empty()) return "unknown";
-  (void)MakeDirs(stateDir, 0755);  // an id that cannot be stored still serves this call
+  // This call returns the new id even if it cannot be stored.
+  MakeParentDirs(path, 0755);
   const Stream file(fopen(path.c_str(), "wbe"));
-  if (file) (void)fputs((fresh + "\n").c_str(), file.get());
+  if (file) fputs((fresh + "\n").c_str(), file.get());
   return fresh;
 }
 
-std::string InstallId() { return InstallIdIn(StateDir, "/proc/sys/kernel/random/uuid"); }
+std::string InstallId() { return LoadInstallId(InstallIdPath(), "/proc/sys/kernel/random/uuid"); }
 
 std::string InstalledClientVersion() {
   std::string output;

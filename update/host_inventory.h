@@ -1,27 +1,28 @@
 #pragma once
 
-// What a check request says about this machine. Each call asks the system afresh; nothing here
-// fails, logs or takes a lock, and any thread may call it.
+// What a check request tells about this machine. Each call reads it anew. None of these functions
+// fails, logs or takes a lock; any thread may call them.
 
 #include <string>
 
 namespace Vantrell {
 
-// Pretty name of the distribution, kernel release and machine, with blanks between; what
-// cannot be told is left out.
+// The pretty name of the distribution, the kernel release and the machine, with blanks between
+// them. What cannot be read is left out.
 std::string OsBuildString();
 
-// The name in a text of the form of /etc/os-release. Its last PRETTY_NAME line decides; double
-// quotes around the value go, nothing else is interpreted.
-std::string PrettyNameIn(const std::string& osRelease);
+// The pretty name in the text of an /etc/os-release: the value of its last PRETTY_NAME line,
+// without the double quotes around it. Nothing else in the value is interpreted.
+std::string FindPrettyName(const std::string& osRelease);
 
-// The identity of this installation: made from a kernel UUID when there is none yet, and then
-// kept. "unknown" when none can be read or made. Where it cannot be stored, each call gives
-// another one.
+// The identity of this installation. It is stored in the state directory; if there is none yet, it
+// is made from a random UUID of the kernel. "unknown" when none can be read or made. If it cannot
+// be stored, each call returns another one.
 std::string InstallId();
-std::string InstallIdIn(const std::string& stateDir, const std::string& uuidSource);
+std::string LoadInstallId(const std::string& path, const std::string& uuidSource);
 
-// Version of the installed client package, empty when it cannot be told. Runs dpkg-query.
+// The version of the installed client package, or empty when it cannot be found out. Runs
+// dpkg-query.
 std::string InstalledClientVersion();
 
 }  // namespace Vantrell

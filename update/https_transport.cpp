@@ -11,8 +11,8 @@ namespace {
 
 constexpr char UserAgent[] = "VantrellUpdater/1.0";
 constexpr char AllowedProtocol[] = "https";
-constexpr long ConnectLimitMs = 20000;  // of a GET; a POST has its whole limit for it
-constexpr long FetchLimitMs = 60000;    // one small file, all in
+constexpr long ConnectLimitMs = 20000;  // for a GET; a POST has only its limit for the whole
+constexpr long FetchLimitMs = 60000;    // for the whole transfer of a small file
 
 struct CurlCleanup {
   void operator()(CURL* handle) const { curl_easy_cleanup(handle); }
@@ -24,24 +24,25 @@ struct HeaderFree {
 };
 using HeaderList = std::unique_ptr<curl_slist, HeaderFree>;
 
-// curl_slist_append gives the list itself back, or null and leaves the list as it was.
-void AddHeader(HeaderList& list, const std::string& header) {
+// On failure curl_slist_append() returns null and leaves the list as it was.
+CURLcode AddHeader(HeaderList& list, const std::string& header) {
   curl_slist* longer = curl_slist_append(list.get(), header.c_str());
-  if (longer == nullptr) return;
-  (void)list.release();
+  if (longer == nullptr) return CURLE_OUT_OF_MEMORY;
+  (void)list.release();  // `longer` has the same elements
   list.reset(longer);
+  return CURLE_OK;
 }
 
 CurlHandle MakeHandle() {
   static std::once_flag globalStart;
-  // If it fails, so does every handle, and those are tested.
-  std::call_once(globalStart, [] { (void)curl_global_init(CURL_GLOBAL_ALL); });
+  // If this fails, curl_easy_init() fails too, and its result is checked.
+  std::call_once(globalStart, [] { curl_global_init(CURL_GLOBAL_ALL); });
   return CurlHandle(curl_easy_init());
 }
 
 long ResponseCode(CURL* handle) {
   long code = 0;
-  (void)curl_easy_getinfo(handle, CURLINFO_RESPONSE_CODE, &code);
+  curl_easy_getinfo(handle, CURLINFO_RESPONSE_CODE, &code);
   return code;
 }
 
@@ -53,7 +54,7 @@ size_t AppendToString(char* data, size_t size, size_t count, void* text) {
 }
 
 size_t WriteToFile(char* data, size_t size, size_t count, void* stream) {
-  // Less than was given makes libcurl end the transfer with its write error.
+  // With a result below the number of bytes libcurl ends the transfer with its write error.
   return fwrite(data, size, count, static_cast<FILE*>(stream)) * size;
 }
 
@@ -67,23 +68,25 @@ HttpResult HttpsPostJson(const std::string& host, const std::string& path, const
   }
   const std::string url = "https://" + host + path;
   HeaderList headers;
-  AddHeader(headers, "Content-Type: application/json");
-  if (!bearerToken.empty()) AddHeader(headers, "Authorization: Bearer " + bearerToken);
+  CURLcode code = AddHeader(headers, "Content-Type: application/json");
+  if (code == CURLE_OK && !bearerToken.empty()) {
+    code = AddHeader(headers, "Authorization: Bearer " + bearerToken);
+  }
+  curl_easy_setopt(handle.get(), CURLOPT_URL, url.c_str());
+  curl_easy_setopt(handle.get(), CURLOPT_USERAGENT, UserAgent);
+  curl_easy_setopt(handle.get(), CURLOPT_HTTPHEADER, headers.get());
+  curl_easy_setopt(handle.get(), CURLOPT_POSTFIELDS, body.data());  // libcurl makes no copy
+  curl_easy_setopt(handle.get(), CURLOPT_POSTFIELDSIZE, static_cast<long>(body.size()));
+  curl_easy_setopt(handle.get(), CURLOPT_TIMEOUT_MS, static_cast<long>(timeoutMs));
+  curl_easy_setopt(handle.get(), CURLOPT_NOSIGNAL, 1L);
+  // Without this limit other protocols would be possible, so a failure ends the request.
+  if (code == CURLE_OK) {
+    code = curl_easy_setopt(handle.get(), CURLOPT_PROTOCOLS_STR, AllowedProtocol);
+  }
+  curl_easy_setopt(handle.get(), CURLOPT_WRITEFUNCTION, &AppendToString);
+  curl_easy_setopt(handle.get(), CURLOPT_WRITEDATA, &result.body);
 
-  // A redirect is not followed: the caller gets its 3xx.
-  (void)curl_easy_setopt(handle.get(), CURLOPT_URL, url.c_str());
-  (void)curl_easy_setopt(handle.get(), CURLOPT_USERAGENT, UserAgent);
-  (void)curl_easy_setopt(handle.get(), CURLOPT_HTTPHEADER, headers.get());
-  (void)curl_easy_setopt(handle.get(), CURLOPT_POSTFIELDS,
-                         body.data());  // not copied: outlives the call
-  (void)curl_easy_setopt(handle.get(), CURLOPT_POSTFIELDSIZE, static_cast<long>(body.size()));
-  (void)curl_easy_setopt(handle.get(), CURLOPT_TIMEOUT_MS, static_cast<long>(timeoutMs));
-  (void)curl_easy_setopt(handle.get(), CURLOPT_NOSIGNAL, 1L);
-  (void)curl_easy_setopt(handle.get(), CURLOPT_PROTOCOLS_STR, AllowedProtocol);
-  (void)curl_easy_setopt(handle.get(), CURLOPT_WRITEFUNCTION, &AppendToString);
-  (void)curl_easy_setopt(handle.get(), CURLOPT_WRITEDATA, &result.body);
-
-  const CURLcode code = curl_easy_perform(handle.get());
+  if (code == CURLE_OK) code = curl_easy_perform(handle.get());
   if (code != CURLE_OK) {
     result.error = std::string("curl error ") + curl_easy_strerror(code);
     return result;
@@ -101,21 +104,26 @@ bool HttpsGet(const std::string& url, WriteCallback writeCallback, void* sink, l
     return false;
   }
   HeaderList headers;
-  AddHeader(headers, "Cache-Control: no-cache");
+  CURLcode code = AddHeader(headers, "Cache-Control: no-cache");
 
-  (void)curl_easy_setopt(handle.get(), CURLOPT_URL, url.c_str());
-  (void)curl_easy_setopt(handle.get(), CURLOPT_USERAGENT, UserAgent);
-  (void)curl_easy_setopt(handle.get(), CURLOPT_FOLLOWLOCATION, 1L);
-  (void)curl_easy_setopt(handle.get(), CURLOPT_PROTOCOLS_STR, AllowedProtocol);
-  (void)curl_easy_setopt(handle.get(), CURLOPT_REDIR_PROTOCOLS_STR, AllowedProtocol);
-  (void)curl_easy_setopt(handle.get(), CURLOPT_CONNECTTIMEOUT_MS, ConnectLimitMs);
-  (void)curl_easy_setopt(handle.get(), CURLOPT_TIMEOUT_MS, timeoutMs);
-  (void)curl_easy_setopt(handle.get(), CURLOPT_NOSIGNAL, 1L);
-  (void)curl_easy_setopt(handle.get(), CURLOPT_WRITEFUNCTION, writeCallback);
-  (void)curl_easy_setopt(handle.get(), CURLOPT_WRITEDATA, sink);
-  (void)curl_easy_setopt(handle.get(), CURLOPT_HTTPHEADER, headers.get());
+  curl_easy_setopt(handle.get(), CURLOPT_URL, url.c_str());
+  curl_easy_setopt(handle.get(), CURLOPT_USERAGENT, UserAgent);
+  curl_easy_setopt(handle.get(), CURLOPT_FOLLOWLOCATION, 1L);
+  // Without these limits http and file URLs would be fetched, so a failure ends the request.
+  if (code == CURLE_OK) {
+    code = curl_easy_setopt(handle.get(), CURLOPT_PROTOCOLS_STR, AllowedProtocol);
+  }
+  if (code == CURLE_OK) {
+    code = curl_easy_setopt(handle.get(), CURLOPT_REDIR_PROTOCOLS_STR, AllowedProtocol);
+  }
+  curl_easy_setopt(handle.get(), CURLOPT_CONNECTTIMEOUT_MS, ConnectLimitMs);
+  curl_easy_setopt(handle.get(), CURLOPT_TIMEOUT_MS, timeoutMs);
+  curl_easy_setopt(handle.get(), CURLOPT_NOSIGNAL, 1L);
+  curl_easy_setopt(handle.get(), CURLOPT_WRITEFUNCTION, writeCallback);
+  curl_easy_setopt(handle.get(), CURLOPT_WRITEDATA, sink);
+  curl_easy_setopt(handle.get(), CURLOPT_HTTPHEADER, headers.get());
 
-  const CURLcode code = curl_easy_perform(handle.get());
+  if (code == CURLE_OK) code = curl_easy_perform(handle.get());
   if (code != CURLE_OK) {
     error = std::string("download failed, ") + curl_easy_strerror(code);
     return false;

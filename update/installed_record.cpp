@@ -2,11 +2,7 @@
 
 #include <algorithm>
 
-#include "update/state_directory.h"
-
 namespace Vantrell {
-
-std::string InstalledRecordPath() { return std::string(StateDir) + "/installed.sha256"; }
 
 std::string InstalledRecordLine(const ManifestFile& file) {
   return file.name + " " + file.sha256 + "\n";

@@ -19,13 +19,13 @@ ManifestFile ReadEntry(const JsonValue& entry) {
   return file;
 }
 
-// What the hash consists of shows later, when it is compared with a file's.
+// The characters of the hash are not checked: a wrong hash does not equal that of the file.
 bool IsComplete(const ManifestFile& file) {
   return !file.name.empty() && file.sha256.size() == DigestLength && !file.url.empty();
 }
 
-// Two dots are refused anywhere, in a word too; "/" is allowed behind the first character,
-// since a release may have subdirectories.
+// Two dots are refused anywhere, within a word too. A "/" is refused at the start only, because a
+// release may have subdirectories.
 bool IsSafeName(const std::string& name) {
   if (name.find("..") != std::string::npos) return false;
   if (name.find(':') != std::string::npos) return false;

@@ -1,7 +1,7 @@
 #pragma once
 
-// Reads the update server's offer. The one place where file names from the network are judged
-// before they become paths. No shared state; any thread may call it, and nothing is logged.
+// Reading of the update server's offer. Here, and nowhere else, file names from the network are
+// checked before they become paths. Any thread may call it; it logs nothing.
 
 #include <string>
 
@@ -9,9 +9,9 @@
 
 namespace Vantrell {
 
-// `error` comes in empty. True: `manifest` is complete. False: `error` says why, in words fit
-// to follow "unreadable manifest: ", and `manifest` is to be thrown away. Wrong JSON types are
-// read as well as they can be; only what is empty, or of a wrong length, refuses.
+// The caller passes an empty `error`. True: `manifest` is complete. False: `error` says why, in
+// words that can follow "unreadable manifest: ", and `manifest` has no meaning. A value of another
+// JSON type is converted; only an empty text, or a hash of a wrong length, is refused.
 [[nodiscard]] bool ParseManifest(const std::string& body, UpdateManifest& manifest,
                                  std::string& error);
 

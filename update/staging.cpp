@@ -1,7 +1,6 @@
 #include "update/staging.h"
 
 #include <fcntl.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cstdio>
@@ -12,24 +11,23 @@
 #include "trust/digest.h"
 #include "trust/witness_quorum.h"
 #include "update/https_transport.h"
-#include "update/state_directory.h"
 
 namespace Vantrell {
 namespace {
 
-constexpr long FileLimitMs = 1800000;  // one staged file, all in
+constexpr long FileLimitMs = 1800000;  // for the whole transfer of one file
 
 Stream OpenForDownload(const std::string& path) {
   Descriptor file(open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, 0644));
   if (!file) return nullptr;
   Stream stream(fdopen(file.Number(), "wb"));
-  if (stream) (void)file.Release();
+  if (stream) (void)file.Release();  // the stream owns it now
   return stream;
 }
 
 bool StageFile(const ManifestFile& file, const std::string& stagingDir, std::string& error) {
   const std::string path = stagingDir + "/" + file.name;
-  if (!MakeDirs(path.substr(0, path.rfind('/')), 0755)) {
+  if (!MakeParentDirs(path, 0755)) {
     error = "cannot create staging subdir for " + file.name;
     return false;
   }
@@ -38,7 +36,7 @@ bool StageFile(const ManifestFile& file, const std::string& stagingDir, std::str
     error = file.name + ": " + downloadError;
     return false;
   }
-  // From the file as it stands on disk, not from the stream.
+  // Reads the file back from disk: what was received may differ from what was stored.
   std::string hash;
   if (!Sha256File(path, hash)) {
     error = file.name + ": cannot hash staged file";
@@ -64,13 +62,13 @@ bool DownloadToFile(const std::string& url, const std::string& path, std::string
   if (fetched && !onDisk) error = "write failed";
   stream.reset();
   if (fetched && onDisk) return true;
-  (void)unlink(path.c_str());
+  unlink(path.c_str());
   return false;
 }
 
 bool StageRelease(const UpdateManifest& manifest, const std::string& component,
                   const std::string& channel, const std::string& stagingDir, std::string& error) {
-  // Before the first write and the first byte of a package.
+  // This must come before the first write and before the first byte of a package.
   if (!VerifyRelease(manifest, component, channel, error)) return false;
   if (!MakeDirs(stagingDir, 0755)) {
     error = "cannot create staging dir";
@@ -80,14 +78,6 @@ bool StageRelease(const UpdateManifest& manifest, const std::string& component,
     if (!StageFile(file, stagingDir, error)) return false;
   }
   return true;
-}
-
-std::string ClientStagingDir() {
-  std::string path = std::string(StateDir) + "/client-staging";
-  (void)MakeDirs(StateDir, 0755);
-  (void)MakeDirs(path, 0755);
-  (void)chmod(path.c_str(), 0755);
-  return path;
 }
 
 }  // namespace Vantrell

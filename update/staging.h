@@ -1,7 +1,7 @@
 #pragma once
 
-// Turns an offer into a directory of files that were fetched and hashed, after the release has
-// been proved. Runs on the caller's thread without a lock; logs nothing of its own.
+// Staging: proves a release, then fetches its files into a directory and compares their hashes.
+// Runs on the caller's thread without a lock. Only the proof logs.
 
 #include <string>
 
@@ -9,20 +9,17 @@
 
 namespace Vantrell {
 
-// True: the release is proved, and every file lies below `stagingDir` with the hash that the
-// manifest names. False: `error` says why, in words fit to follow "refused: "; when the proof
-// failed nothing was written, otherwise the caller removes the directory. Files come one at a
-// time, each on disk (fsync) before it is hashed.
+// True: the release is proved, and every file is below `stagingDir` and has the hash of the
+// manifest. False: `error` says why, in words that can follow "refused: ". If the proof failed,
+// nothing was written; otherwise the caller must remove the directory. The files are fetched one
+// after the other, and each is synced to disk before it is hashed.
 [[nodiscard]] bool StageRelease(const UpdateManifest& manifest, const std::string& component,
                                 const std::string& channel, const std::string& stagingDir,
                                 std::string& error);
 
-// Path of the root of all staged releases. Makes it and sets its mode, 0755; a failure shows
-// when a file cannot be created.
-std::string ClientStagingDir();
-
-// Fetches one URL into one file, half an hour at most, without holding it in memory. A link at
-// the path is not followed. On false nothing of a failed transfer is left at the path.
+// Fetches one URL into one file, within half an hour, and syncs the file to disk. The content does
+// not stay in memory. A link at the path is not followed. When a transfer fails, the file is
+// removed.
 [[nodiscard]] bool DownloadToFile(const std::string& url, const std::string& path,
                                   std::string& error);
 

@@ -1,17 +1,38 @@
 #pragma once
 
-// The service's own directory. All that it keeps on disk lies here, and nothing else does:
+// The state directory, the paths below it, and what is in it:
 //
 //   install-id                    identity of this installation, one line
 //   installed.sha256              the last accepted release, one line a file: name, blank, hash
-//   client-staging/VERSION/NAME   files of a staged release; older versions stay behind
-//   client-rollback/previous.deb  package of the last accepted release (folder: mode 0700)
+//   client-staging/VERSION/NAME   files of staged releases; those of older versions stay
+//   client-rollback/previous.deb  package of the last accepted release (directory: mode 0700)
 //
-// Which staged release is usable is not among it: that is known in memory alone, so that
-// nothing left by a crash is ever trusted.
+// Which staged release may be installed is kept in memory only, so that nothing that a crash leaves
+// on disk is trusted. The one file that the service writes elsewhere is the settings file. Any
+// thread may call these functions; they log nothing.
+
+#include <string>
 
 namespace Vantrell {
 
 constexpr char StateDir[] = "/var/lib/vantrell-harbor/update";
+
+std::string InstallIdPath();
+
+std::string InstalledRecordPath();
+
+// The root of all staged releases. Makes it and sets its mode to 0755. A failure is not reported;
+// it shows when a file cannot be created there.
+std::string ClientStagingDir();
+
+// The directory of one staged release. `version` is used as it is. Makes the root, as above, but
+// not this directory.
+std::string StagedReleaseDir(const std::string& version);
+
+// The directory of the rollback copy. Does not make it.
+std::string ClientRollbackDir();
+
+// The rollback copy: the package that this service accepted last.
+std::string RollbackCopyPath();
 
 }  // namespace Vantrell

@@ -2,7 +2,7 @@
 
 #include "base/file_content.h"
 #include "tests/unit/temporary_folder.h"
-#include "update/check_request.h"
+#include "update/request_bodies.h"
 #include "update/host_inventory.h"
 #include "update/installed_record.h"
 #include "update/manifest.h"
@@ -11,25 +11,25 @@
 namespace Vantrell {
 
 TEST(PrettyName, IsTheLastOneWithoutItsDoubleQuotes) {
-  EXPECT_EQ(PrettyNameIn("PRETTY_NAME=a\nPRETTY_NAME=\"b \\\"c\"\nNAME=d\n"), "b \\\"c");
-  EXPECT_EQ(PrettyNameIn("PRETTY_NAME='a'"), "'a'");
-  EXPECT_EQ(PrettyNameIn("PRETTY_NAME=\""), "\"");
-  EXPECT_EQ(PrettyNameIn("#PRETTY_NAME=a\n PRETTY_NAME=b\n"), "");
+  EXPECT_EQ(FindPrettyName("PRETTY_NAME=a\nPRETTY_NAME=\"b \\\"c\"\nNAME=d\n"), "b \\\"c");
+  EXPECT_EQ(FindPrettyName("PRETTY_NAME='a'"), "'a'");
+  EXPECT_EQ(FindPrettyName("PRETTY_NAME=\""), "\"");
+  EXPECT_EQ(FindPrettyName("#PRETTY_NAME=a\n PRETTY_NAME=b\n"), "");
 }
 
 TEST(InstallId, IsKeptOnceItIsMade) {
   const TemporaryFolder folder;
   const std::string kernel = folder.Write("uuid", "made\n");
-  EXPECT_EQ(InstallIdIn(folder.Path("new/state"), folder.Path("absent")), "unknown");
-  EXPECT_EQ(InstallIdIn(folder.Path("new/state"), kernel), "made");
+  EXPECT_EQ(LoadInstallId(folder.Path("new/state/install-id"), folder.Path("absent")), "unknown");
+  EXPECT_EQ(LoadInstallId(folder.Path("new/state/install-id"), kernel), "made");
   EXPECT_EQ(ReadWholeFile(folder.Path("new/state/install-id")), "made\n");
   folder.Write("new/state/install-id", "a\nb  \r\n");
-  EXPECT_EQ(InstallIdIn(folder.Path("new/state"), kernel), "a\nb  ");
+  EXPECT_EQ(LoadInstallId(folder.Path("new/state/install-id"), kernel), "a\nb  ");
 }
 
 TEST(RequestBodies, AreTheseBytes) {
   const std::string check = BuildCheckRequest("beta", "client", "", "f", "a\"b\n\xC4");
-  EXPECT_EQ(WithInstallId(check, "i\"d"),
+  EXPECT_EQ(AddInstallId(check, "i\"d"),
             "{\"ring\":\"beta\",\"component\":\"client\",\"current_version\":\"\","
             "\"driver_fingerprint\":\"f\",\"os_build\":\"a\\\"b\\n\xC4\",\"install_id\":\"i\"d\"}");
 }

@@ -1,4 +1,4 @@
-#include "update/check_request.h"
+#include "update/request_bodies.h"
 
 #include "json/json_serializer.h"
 
@@ -16,7 +16,7 @@ std::string BuildCheckRequest(const std::string& ring, const std::string& compon
          ",\"os_build\":" + JsonQuoted(osBuild) + "}";
 }
 
-std::string WithInstallId(std::string request, const std::string& installId) {
+std::string AddInstallId(std::string request, const std::string& installId) {
   request.insert(request.size() - 1, ",\"install_id\":\"" + installId + "\"");
   return request;
 }

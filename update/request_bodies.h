@@ -1,7 +1,7 @@
 #pragma once
 
-// The exact texts that are sent to the update server: one JSON object on one line, keys in a
-// fixed order, no white space. Pure functions of their arguments; any thread may call them.
+// The bodies of the requests to the update server: one JSON object on one line, keys in a fixed
+// order, no white space. Pure functions of their arguments; any thread may call them.
 
 #include <string>
 
@@ -15,11 +15,10 @@ std::string BuildCheckRequest(const std::string& ring, const std::string& compon
                               const std::string& currentVersion,
                               const std::string& driverFingerprint, const std::string& osBuild);
 
-// Adds the install id as the last key of a finished request. The id goes in as it stands,
-// not escaped.
-std::string WithInstallId(std::string request, const std::string& installId);
+// Adds the install id as the last key of a complete request. The id is not escaped.
+std::string AddInstallId(std::string request, const std::string& installId);
 
-// A report on an update. Nothing sends it, and no path of the server takes it.
+// A report on an update. The service does not send it, and the update server has no path for it.
 std::string BuildReportRequest(const std::string& fromVersion, const std::string& toVersion,
                                const std::string& result, const std::string& detail);
 
