@@ -1,6 +1,5 @@
 #include "service/apply_request.h"
 
-#include <cstdint>
 #include <thread>
 #include <utility>
 
@@ -13,17 +12,17 @@
 namespace Vantrell::ClientUpdateService {
 namespace {
 
-constexpr uint32_t ClientExitLimitMs = 30000;
+constexpr Milliseconds ClientExitLimitMs = 30000;
 
 }  // namespace
 
 std::string AnswerApply(const std::string&, int connection) {
   if (!IsReleaseStaged()) return "ERR nothing is staged";
-  // Without a lock: a session that starts behind this look meets the gate of the apply.
+  // Without a lock: the apply itself tests for sessions that start after this test.
   if (serviceState.sessionHolds > 0) return "ERR a session is live";
 
   ApplyRequest request;
-  // Refuses nothing: it only decides whether the apply may ignore the maintenance window.
+  // This does not refuse the request. It only decides whether the window is tested.
   request.seatAuthorized = PeerIsSeatedUser(connection);
   const ucred peer = PeerCredentials(connection);
   request.hasClient = peer.pid > 0 && CaptureClientLaunchContext(peer.pid, request.client);
@@ -32,7 +31,7 @@ std::string AnswerApply(const std::string&, int connection) {
 }
 
 void RunRequestedApply(const ApplyRequest& request) {
-  // The package is not swapped under a client that is still going down.
+  // The package must not be swapped while the client that asked still exits.
   if (request.hasClient) {
     WaitForProcessExit(static_cast<uint32_t>(request.client.pid), ClientExitLimitMs);
   }

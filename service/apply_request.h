@@ -1,7 +1,7 @@
 #pragma once
 
-// APPLY: the client asks for the staged release now, and exits to make room for it. The
-// request only starts the attempt; whatever refuses it later is told to the log alone.
+// APPLY: the client asks for the install of the staged release and then exits. The request only
+// starts the attempt. A later refusal is in the log, and the peer does not learn of it.
 
 #include <string>
 
@@ -9,19 +9,19 @@
 
 namespace Vantrell::ClientUpdateService {
 
-// What an APPLY hands to its thread.
+// What the thread of an APPLY gets.
 struct ApplyRequest {
-  bool seatAuthorized = false;  // the peer sits at this machine: the window does not bind it
-  bool hasClient = false;       // the peer is the client, and `client` its snapshot
-  ClientLaunchContext client;   // means something only with hasClient
+  bool seatAuthorized = false;  // the peer is at the machine, so the window is not tested
+  bool hasClient = false;       // the peer is the client, and `client` is its launch context
+  ClientLaunchContext client;   // valid only if hasClient is true
 };
 
-// On a connection thread. The reply without its line feed. The snapshot is taken here, before
-// the reply: the client is gone soon after it.
+// Serves APPLY. Runs on a connection thread and returns the reply without its line feed. It reads
+// the launch context before the reply, because the client ends soon after the reply.
 std::string AnswerApply(const std::string& line, int connection);
 
-// Body of the detached thread: lets the client exit, 30 s at most, and runs the apply. A stop
-// does not wait for the first part.
+// The body of the detached thread: waits up to 30 s for the client to exit and runs the apply. A
+// stop of the service does not wait for the first step.
 void RunRequestedApply(const ApplyRequest& request);
 
 }  // namespace Vantrell::ClientUpdateService

@@ -12,46 +12,49 @@
 namespace Vantrell::ClientUpdateService {
 namespace {
 
-// False when the service stops. On the steady clock: a change of the wall clock changes
-// nothing, and neither does a wake-up that is no stop.
-bool WaitForNextCheck(uint32_t waitMs) {
+// False when the service stops. The deadline is on the steady clock, and neither a change of the
+// wall clock nor a wake-up without a stop changes it.
+bool WaitForNextCheck(Milliseconds wait) {
   std::unique_lock<std::mutex> lock(serviceState.wakeMutex);
-  const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(waitMs);
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(wait);
   do {
     if (serviceState.stopRequested) return false;
-    (void)serviceState.wake.wait_until(lock, deadline);
+    serviceState.wake.wait_until(lock, deadline);
   } while (std::chrono::steady_clock::now() < deadline);
   return !serviceState.stopRequested;
 }
 
 }  // namespace
 
-uint32_t StableJitter(std::string_view text, uint32_t spanMs) {
-  if (spanMs == 0) return 0;
+uint32_t StableJitter(std::string_view text, uint32_t span) {
+  if (span == 0) return 0;
   uint32_t hash = 0x811c9dc5;
   for (const char byte : text) {
     hash ^= static_cast<unsigned char>(byte);
     hash *= 16777619;
   }
-  return hash % spanMs;
+  return hash % span;
 }
 
-CheckRhythm RhythmAfterAnswer(std::string_view installId) {
-  return {BaseCheckPeriodMs + StableJitter(installId, CheckJitterSpanMs), FirstCheckDelayMs};
-}
-
-CheckRhythm RhythmAfterFailure(const CheckRhythm& rhythm) {
-  return {rhythm.nextMs, std::min(2 * rhythm.nextMs, BackOffCapMs)};
+void RunUpdateLoop(const LoopSteps& steps) {
+  Milliseconds wait = FirstCheckDelayMs;
+  Milliseconds afterFailure = FirstCheckDelayMs;
+  while (steps.wait(wait)) {
+    const bool reached = steps.pass();
+    // After a failed pass too: a release may have been staged earlier, or by a CHECK.
+    if (steps.apply()) return;
+    if (reached) {
+      wait = BaseCheckPeriodMs + StableJitter(steps.installId(), CheckJitterSpanMs);
+      afterFailure = FirstCheckDelayMs;
+    } else {
+      wait = afterFailure;
+      afterFailure = std::min(2 * wait, BackOffCapMs);
+    }
+  }
 }
 
 void BackgroundUpdateLoop() {
-  CheckRhythm rhythm;
-  while (WaitForNextCheck(rhythm.waitMs)) {
-    const bool reached = RunCheckPass();
-    // Also after a failed pass: something may be staged since long ago, or by a CHECK.
-    if (TryAutomaticApply()) return;
-    rhythm = reached ? RhythmAfterAnswer(InstallId()) : RhythmAfterFailure(rhythm);
-  }
+  RunUpdateLoop({WaitForNextCheck, RunCheckPass, TryAutomaticApply, InstallId});
 }
 
 }  // namespace Vantrell::ClientUpdateService

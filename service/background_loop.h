@@ -1,35 +1,38 @@
 #pragma once
 
-// The rhythm in which the service looks for a release by itself and, when it is safe, installs
-// it. Lives on one thread, which the stop joins.
+// The background thread: it checks for a release at regular times and, when it is safe, installs
+// it. The stop sequence joins this thread.
 
-#include <cstdint>
+#include <functional>
+#include <string>
 #include <string_view>
+
+#include "base/steady_time.h"
 
 namespace Vantrell::ClientUpdateService {
 
-constexpr uint32_t FirstCheckDelayMs = 60000;     // also the first step of the back-off
-constexpr uint32_t BackOffCapMs = 1800000;        // the longest wait between two failed passes
-constexpr uint32_t BaseCheckPeriodMs = 21600000;  // after a pass that reached the server
-constexpr uint32_t CheckJitterSpanMs = 1800000;
+constexpr Milliseconds FirstCheckDelayMs = 60000;     // the first step of the back-off too
+constexpr Milliseconds BackOffCapMs = 1800000;        // the longest wait between two failed passes
+constexpr Milliseconds BaseCheckPeriodMs = 21600000;  // after a pass that reached the server
+constexpr Milliseconds CheckJitterSpanMs = 1800000;
 
-// The coming wait, and the wait after a failure. Lost with the thread: a restart begins anew.
-struct CheckRhythm {
-  uint32_t waitMs = FirstCheckDelayMs;
-  uint32_t nextMs = FirstCheckDelayMs;
+// A value below `span` that is always the same for one text, so that each machine keeps its own
+// place in the period after a restart; 0 if `span` is 0. 32-bit FNV-1a. Any thread may call it.
+uint32_t StableJitter(std::string_view text, uint32_t span);
+
+// The steps of the loop.
+struct LoopSteps {
+  std::function<bool(Milliseconds)> wait;  // false: the service stops
+  std::function<bool()> pass;              // true: the update server answered
+  std::function<bool()> apply;             // true: a release was accepted
+  std::function<std::string()> installId;
 };
 
-// After a pass that reached the server: the long period, and the back-off begins anew.
-CheckRhythm RhythmAfterAnswer(std::string_view installId);
+// Waits, passes and tries to install, again and again. Returns when the service stops and after an
+// accepted apply. The waits begin anew with each call.
+void RunUpdateLoop(const LoopSteps& steps);
 
-// After a pass that did not: 60 s, then twice as long each time, up to the cap.
-CheckRhythm RhythmAfterFailure(const CheckRhythm& rhythm);
-
-// A value below `spanMs` (0 for a span of 0), always the same for one text: each machine keeps
-// its own place in the period over all restarts. 32-bit FNV-1a.
-uint32_t StableJitter(std::string_view text, uint32_t spanMs);
-
-// Body of the background thread. Returns when the service stops, or after an accepted apply.
+// The body of the background thread: the loop with the service's own steps.
 void BackgroundUpdateLoop();
 
 }  // namespace Vantrell::ClientUpdateService

@@ -11,7 +11,7 @@ namespace Vantrell::ClientUpdateService {
 namespace {
 
 void StartCheckPass() {
-  std::thread([] { (void)RunCheckPass(); }).detach();
+  std::thread([] { RunCheckPass(); }).detach();
 }
 
 }  // namespace
@@ -23,7 +23,7 @@ std::string AnswerCheck(const std::string&, int) {
 
 std::string AnswerSetRing(const std::string& line, int connection) {
   const std::string ring = line.substr(SetRingVerb.size());
-  // Before the rights: an unknown ring is told to anyone.
+  // This comes before the test of the peer: every peer learns that a ring is unknown.
   if (ring != "dev" && ring != "beta" && ring != "prod") return "ERR unknown ring";
   if (!PeerIsSeatedUser(connection)) {
     return "ERR only a signed-in user at this machine may change the update channel";

@@ -1,22 +1,23 @@
 #pragma once
 
-// The two requests that start a check pass at once, on a detached thread, and do not wait for
-// it: what comes of it shows in STATUS. Passes are not limited in number, and the rhythm of
-// the background thread does not change. Called on connection threads.
+// CHECK and SETRING: the two requests that start a check pass at once, on a detached thread. They
+// do not wait for the pass; STATUS shows its outcome. The number of passes is not limited, and the
+// waits of the background thread do not change. Connection threads call these functions.
 
 #include <string>
 #include <string_view>
 
 namespace Vantrell::ClientUpdateService {
 
-// The ring follows the blank.
+// With the blank that separates the verb from the ring.
 constexpr std::string_view SetRingVerb = "SETRING ";
 
-// CHECK: anyone may ask. The reply without its line feed; the arguments are not looked at.
+// Serves CHECK, for any peer. Returns the reply without its line feed. The arguments are not used.
 std::string AnswerCheck(const std::string& line, int connection);
 
-// "SETRING " and "dev", "beta" or "prod": root, or a user at this machine, changes the update
-// channel in the settings file; the pass then asks under the new ring.
+// Serves SETRING with "dev", "beta" or "prod", for root and for users at the machine. Changes the
+// update channel in the settings file and starts a pass, which asks under the new ring. Returns the
+// reply without its line feed.
 std::string AnswerSetRing(const std::string& line, int connection);
 
 }  // namespace Vantrell::ClientUpdateService

@@ -1,22 +1,21 @@
 #pragma once
 
-// The local door of the service: on each connection one line in, one line out, close. HOLD
-// alone keeps its connection. Each connection has a thread of its own; what a peer may do
-// follows from its kernel credentials, request by request.
+// The line protocol of the control socket. A connection carries one request: the service reads a
+// line, sends a line and closes the connection. Only HOLD keeps its connection open. Each
+// connection has its own thread. What a peer may do depends on its kernel credentials and on the
+// request.
 
 #include <string>
 
 namespace Vantrell::ClientUpdateService {
 
-// Thread body: owns the connected descriptor, reads the request, serves it, closes, and takes
-// itself off ServiceState.connections, to which the accept loop added it.
+// The body of a connection thread. Owns the connected descriptor: reads the request, serves it and
+// closes the connection. Then subtracts 1 from ServiceState.connections, to which the accept loop
+// has added 1.
 void HandleConnection(int connection);
 
-// Serves everything but HOLD. `line` is the request without its line end; `connection` is only
-// asked for the peer's credentials. Returns the reply without its line feed.
+// Serves every request except HOLD. `line` is the request without its line end. `connection` is
+// used only for the peer's credentials. Returns the reply without its line feed.
 std::string HandleRequest(const std::string& line, int connection);
-
-// Sends every byte, or as many as the peer takes; a failure is nobody's business.
-void SendAll(int connection, const std::string& text);
 
 }  // namespace Vantrell::ClientUpdateService

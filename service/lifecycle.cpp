@@ -28,9 +28,9 @@ namespace Vantrell::ClientUpdateService {
 namespace {
 
 constexpr int ConnectionLimit = 32;  // live connection threads
-constexpr int64_t StopPollMs = 200;
+constexpr Milliseconds StopPollMs = 200;
 
-// No more than this is safe in a handler: the main thread wakes and does the notifying.
+// A signal handler may not do more than this. The main thread wakes up and notifies the others.
 void OnStopSignal(int) {
   const int savedError = errno;
   serviceState.stopRequested.exchange(true);
@@ -41,12 +41,12 @@ void OnStopSignal(int) {
 void InstallSignalHandlers() {
   struct sigaction stop = {};
   stop.sa_handler = OnStopSignal;
-  (void)sigemptyset(&stop.sa_mask);
-  // No SA_RESTART: blocking calls must return on a stop.
+  sigemptyset(&stop.sa_mask);
+  // Without SA_RESTART: blocking calls must return on a stop.
   stop.sa_flags = 0;
-  (void)sigaction(SIGTERM, &stop, nullptr);
-  (void)sigaction(SIGINT, &stop, nullptr);
-  (void)signal(SIGPIPE, SIG_IGN);
+  sigaction(SIGTERM, &stop, nullptr);
+  sigaction(SIGINT, &stop, nullptr);
+  signal(SIGPIPE, SIG_IGN);
 }
 
 void LogStart() {
@@ -56,17 +56,17 @@ void LogStart() {
           BuildStamp, SocketPath, ring.c_str(), ReleaseComponent, window.c_str());
 }
 
-// Silent throughout: a peer that is refused, or gone again already, is no event.
+// Logs nothing: a peer that is refused, or has already gone, is normal.
 void AcceptConnection(int listener) {
   Descriptor connection(accept4(listener, nullptr, nullptr, SOCK_CLOEXEC));
   if (!connection) return;
-  // Only this thread raises the count, so that it cannot be passed.
+  // Only this thread increments the counter, so check-then-increment cannot exceed the limit.
   if (serviceState.connections >= ConnectionLimit) return;
   ++serviceState.connections;
   std::thread(HandleConnection, connection.Release()).detach();
 }
 
-// Ends when the service is to stop, or when poll fails in a way that cannot be helped.
+// Returns when the service must stop, and when poll() fails with anything but EINTR.
 void AcceptUntilStop(int listener) {
   pollfd entries[] = {{listener, POLLIN, 0}, {serviceState.stopEventFd, POLLIN, 0}};
   while (!serviceState.stopRequested) {
@@ -80,18 +80,18 @@ void AcceptUntilStop(int listener) {
 }
 
 int Stop(int listener) {
-  // Also when a signal did so already: the loop may have ended for another reason.
+  // Set it here too: the accept loop can also end because poll() failed.
   serviceState.stopRequested.exchange(true);
   SignalStopEvent();
   serviceState.wake.notify_all();  // without wakeMutex, see StopForNewBuild
   if (serviceState.backgroundThread.joinable()) serviceState.backgroundThread.join();
-  while (serviceState.applyBusy) SleepMs(StopPollMs);  // an apply is never cut short
+  while (serviceState.applyBusy) SleepMs(StopPollMs);  // an apply always runs to its end
 
   RemoveOwnSocket(listener);
   LogLine("[UpdateSvc] stopping%s", serviceState.restartForNewBuild ? " for the new build" : "");
-  // The last thing of all: stopping is reported when the work has ended.
-  (void)sd_notify(0, "STOPPING=1");
-  // Read again: an apply gives its claim back before it asks for the new build.
+  // At the end: this notification means that all work has ended.
+  sd_notify(0, "STOPPING=1");
+  // Read it again: an apply ends its claim before it asks for the new build.
   return serviceState.restartForNewBuild ? StoppedForNewBuild : Stopped;
 }
 
@@ -102,8 +102,8 @@ int RunService() {
     LogLine("[UpdateSvc] %s must run as root", DaemonName);
     return CouldNotStart;
   }
-  (void)umask(022);
-  // Untested: without it a stop is still seen through the flag and an interrupted poll.
+  umask(022);
+  // Not tested: without an eventfd the stop flag and the interrupted poll() still end the service.
   serviceState.stopEventFd = eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC);
   InstallSignalHandlers();
 
@@ -113,7 +113,7 @@ int RunService() {
     return CouldNotStart;
   }
   LogStart();
-  (void)sd_notify(0, "READY=1");
+  sd_notify(0, "READY=1");
   serviceState.backgroundThread = std::thread(BackgroundUpdateLoop);
 
   AcceptUntilStop(listener);

@@ -21,9 +21,10 @@ constexpr int ListenBacklog = 16;
 bool BindAndListen(int listener) {
   sockaddr_un address = {};
   address.sun_family = AF_UNIX;
-  (void)strncpy(address.sun_path, SocketPath, sizeof address.sun_path - 1);
-  (void)unlink(SocketPath);  // what a crash left behind
-  // Any local process may connect; each request says who may do what.
+  static_assert(sizeof SocketPath <= sizeof address.sun_path);
+  memcpy(address.sun_path, SocketPath, sizeof SocketPath);
+  unlink(SocketPath);  // a crash may have left it
+  // Any local process may connect. Each request tests what its peer may do.
   return bind(listener, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0 &&
          chmod(SocketPath, 0666) == 0 && listen(listener, ListenBacklog) == 0;
 }
@@ -31,17 +32,17 @@ bool BindAndListen(int listener) {
 }  // namespace
 
 int OpenListener() {
-  // Makes what was passed close-on-exec and leaves the environment alone. Beyond that an
-  // inherited socket is taken as it is.
+  // This makes the passed descriptors close-on-exec and does not change the environment. A passed
+  // socket is not checked further.
   if (sd_listen_fds(0) == 1) return InheritedSocket;
-  (void)MakeDirs(RunDir, 0755);  // a failure shows at the bind
+  MakeDirs(RunDir, 0755);  // if this fails, so does bind()
   Descriptor listener(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
   if (!listener || !BindAndListen(listener.Number())) return -1;
   return listener.Release();
 }
 
 void RemoveOwnSocket(int listener) {
-  if (listener != InheritedSocket) (void)unlink(SocketPath);
+  if (listener != InheritedSocket) unlink(SocketPath);
 }
 
 }  // namespace Vantrell::ClientUpdateService

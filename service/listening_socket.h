@@ -1,18 +1,19 @@
 #pragma once
 
-// The socket at which local clients reach the service: the service manager's, or its own.
-// Main thread only.
+// The listening socket of the service: the one that the service manager passes, or its own. Only
+// the main thread calls these functions.
 
 namespace Vantrell::ClientUpdateService {
 
 constexpr char SocketPath[] = "/run/vantrell/update.sock";
 
-// The listening descriptor: the one that the service manager passed if it passed exactly one,
-// else one of our own at SocketPath, open to every local user. -1, and the reason in errno,
-// when there is none to be had.
+// The listening descriptor. If the service manager passed exactly one descriptor, it is that one;
+// otherwise a new socket at SocketPath, which every local user may connect. -1 on failure, with the
+// reason in errno.
 int OpenListener();
 
-// Removes the path of our own socket. That of an inherited one is the service manager's.
+// Removes the path of the service's own socket. Leaves the path of a passed socket, which belongs
+// to the service manager.
 void RemoveOwnSocket(int listener);
 
 }  // namespace Vantrell::ClientUpdateService

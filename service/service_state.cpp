@@ -7,7 +7,7 @@
 namespace Vantrell::ClientUpdateService {
 namespace {
 
-// Runs the constructor before main and leaves the destructor out.
+// Its constructor runs before main(), and its record is never destroyed.
 template <typename Record>
 union NeverDestroyed {
   Record record;
@@ -28,17 +28,17 @@ bool IsReleaseStaged() {
 void SignalStopEvent() {
   if (serviceState.stopEventFd < 0) return;
   const uint64_t one = 1;
-  // The counter only grows; a full one is readable already.
+  // If the counter is full the write fails, but then the eventfd is readable.
   (void)!write(serviceState.stopEventFd, &one, sizeof one);
 }
 
 void StopForNewBuild() {
-  // Before stopRequested: the main thread must find this true once it sees the stop.
+  // Before stopRequested: the main thread must find this true when it sees the stop.
   serviceState.restartForNewBuild.exchange(true);
   serviceState.stopRequested.exchange(true);
   SignalStopEvent();
-  // Without wakeMutex: a wake-up that falls just before the wait is missed, and the thread
-  // then sees the stop at its deadline. That is accepted: no stopper ever waits for a lock.
+  // Without wakeMutex, so that a stop never waits for a lock. If this falls between the background
+  // thread's test and its wait, the thread sees the stop only at its deadline; this is accepted.
   serviceState.wake.notify_all();
 }
 

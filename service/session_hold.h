@@ -1,13 +1,16 @@
 #pragma once
 
-// HOLD: the client says that a user is in a live session. The token is the connection itself,
-// so that a client that crashes leaves nothing behind. While one is held no apply starts.
+// HOLD: the client tells that a user is in a live session. The session lasts as long as the
+// connection, so a client that crashes ends it too. During a session no apply starts.
 
 namespace Vantrell::ClientUpdateService {
 
-// Serves HOLD to its end, on the connection's thread: answers, counts the session in
-// ServiceState.sessionHolds, and returns when the peer has gone or the service stops. A peer
-// that is not the client gets an error line. The descriptor stays the caller's.
+// Serves HOLD on the connection's thread and returns when the session has ended. A peer that is not
+// the client gets an error line. The caller keeps the descriptor and closes it.
 void HoldSession(int connection);
+
+// The session itself, without the test of the peer: adds 1 to ServiceState.sessionHolds, replies,
+// waits until the peer has gone or the service stops, and subtracts 1.
+void KeepSession(int connection);
 
 }  // namespace Vantrell::ClientUpdateService

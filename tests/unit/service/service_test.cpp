@@ -7,18 +7,53 @@
 #include "service/background_loop.h"
 #include "service/control_protocol.h"
 #include "service/service_state.h"
+#include "service/socket_io.h"
 
 namespace Vantrell::ClientUpdateService {
 
-TEST(CheckRhythm, BacksOffToACapAndBeginsAnewAfterAnAnswer) {
-  CheckRhythm rhythm;
-  for (const uint32_t seconds : {60u, 60u, 120u, 240u, 480u, 960u, 1800u, 1800u}) {
-    EXPECT_EQ(rhythm.waitMs, seconds * 1000);
-    rhythm = RhythmAfterFailure(rhythm);
-  }
-  EXPECT_EQ(RhythmAfterAnswer("").waitMs, 21600000u + 736261u);
-  EXPECT_EQ(RhythmAfterFailure(RhythmAfterAnswer("")).waitMs, 60000u);
+struct LoopTurn {
+  Milliseconds wait;  // expected
+  bool reached;
+  bool accepted;
+};
+
+const LoopTurn LoopTurns[] = {
+    {60000, false, false},    {60000, false, false},  {120000, false, false},
+    {240000, false, false},   {480000, false, false}, {960000, false, false},
+    {1800000, false, false},  {1800000, true, false}, {23335720, true, false},
+    {23335720, false, false}, {60000, false, false},  {120000, true, true},
+};
+
+TEST(UpdateLoop, TriesAfterEachPassAndWaitsByItsOutcome) {
+  size_t turn = 0;
+  std::string steps;
+  RunUpdateLoop({
+      [&](Milliseconds wait) {
+        if (turn == std::size(LoopTurns)) return false;
+        EXPECT_EQ(wait, LoopTurns[turn].wait) << turn;
+        steps += "wait ";
+        return true;
+      },
+      [&] {
+        steps += "pass ";
+        return LoopTurns[turn].reached;
+      },
+      [&] {
+        steps += "apply\n";
+        return LoopTurns[turn++].accepted;
+      },
+      [] { return "foobar"; },
+  });
+  std::string expected;
+  for (size_t count = 0; count < std::size(LoopTurns); ++count) expected += "wait pass apply\n";
+  EXPECT_EQ(steps, expected);
+  RunUpdateLoop({[](Milliseconds) { return false; }, nullptr, nullptr, nullptr});
+}
+
+TEST(StableJitter, IsTheFnv1aHashModuloTheSpan) {
+  EXPECT_EQ(StableJitter("", CheckJitterSpanMs), 736261u);
   EXPECT_EQ(StableJitter("foobar", 0xffffffff), 0xbf9cf968u);
+  EXPECT_EQ(StableJitter("\xff", 0xffffffff), 0x7a0b824eu);
   EXPECT_EQ(StableJitter("foobar", 0), 0u);
 }
 
