@@ -21,7 +21,7 @@ exec {ROOT}/packaging/make-client-package --version 1 --client-tree client \\
 REFUSED = [  # what is done to good trees, what is said
     ("touch service/usr/share/doc/vantrell-harbor/DEVELOPMENT-KEYS",
      "this service trusts development keys; configure the build with VANTRELL_RELEASE_KEY_1 and "
-     "VANTRELL_RELEASE_KEY_2, install it again."),
+     "VANTRELL_RELEASE_KEY_2, and install it into an empty tree."),
     ("ln -sf /bin/true client/usr/bin/vantrell-harbor", "the client tree holds no executable file "
      "usr/bin/vantrell-harbor; put the client there."),
     ("rm -r service/usr/lib/vantrell-harbor", "the service tree lacks /usr/lib/vantrell-harbor/"
