@@ -16,9 +16,9 @@ pack good vantrell-harbor 1.1 amd64; head -c -9 good.deb >cut.deb; pack P x 1.1 
 pack V vantrell-harbor 1 amd64; pack A vantrell-harbor 1.1 all"""
 REFUSED = [  # options and files, what is said
     ("good.deb --version 1/1", 'the version "1/1" holds characters that do not pass unchanged '),
-    ("good.deb --channel Prod", '"Prod" is no channel that a client asks for'),
-    ("good.deb --key short.pem", "the key short.pem is no RSA-2048 key with the usual exponent"),
-    ("good.deb /etc/x=notes", 'the name "/etc/x" escapes the install directory of the clients'),
+    ("good.deb --channel Prod", '"Prod" is not a channel that machines ask for'),
+    ("good.deb --key short.pem", "the key short.pem is not an RSA-2048 key with the usual"),
+    ("good.deb /etc/x=notes", 'the name "/etc/x" escapes the install directory of the machines'),
     ("good.deb a/../../x=notes", 'the name "a/../../x" escapes the install directory'),
     ("notes", 'no name ends in ".deb"'),
     ("good.deb 2.deb=good.deb", '2 names end in ".deb"'),
