@@ -1,10 +1,10 @@
 #!/bin/sh
-# Boots one machine and holds it until standard input ends; machine.py starts this, in a mount
-# namespace of its own, with the writing end of a pipe. However the other side ends, the pipe does
-# too, and then nothing is left: the machine's processes live in one process namespace, its mounts
-# in a mount namespace, and control groups and folder are removed below.
+# Boots one machine and keeps it until standard input ends. machine.py starts this script in a mount
+# namespace of its own and holds the writing end of the pipe: however that program ends, the pipe
+# ends too. Then the kernel ends the machine's processes with their process namespace and drops its
+# mounts with the mount namespace; this script removes the control groups and the directory.
 #
-#   hold-machine.sh IMAGE FOLDER    (FOLDER's last component names the machine)
+#   hold-machine.sh IMAGE FOLDER    (the last component of FOLDER is the machine's name)
 set -eu
 image=$1
 folder=$2
@@ -17,14 +17,14 @@ mount -t tmpfs -o size=8G,mode=755 lab "$disk"
 mkdir "$disk/upper" "$disk/upper/etc" "$disk/work" "$disk/root"
 tr -d - </proc/sys/kernel/random/uuid >"$disk/upper/etc/machine-id"
 mount -t overlay -o "lowerdir=$image,upperdir=$disk/upper,workdir=$disk/work" lab "$disk/root"
-# Wherever the host has its own, and whatever version that is: the machine's is the unified one.
+# The machine needs the unified hierarchy, even if the host uses another one.
 mount -t cgroup2 lab /sys/fs/cgroup
 mkdir "$group"
 
 unshare --pid --mount-proc --fork --kill-child \
   sh "$(dirname "$0")/process-one.sh" "$folder" || true
 
-# Entered processes of the host's side take a moment to notice that their machine is gone.
+# Processes that entered the machine from the host may end a moment after it.
 tries=0
 until find "$group" -depth -type d -exec rmdir {} + 2>/dev/null || [ $tries -gt 500 ]; do
   tries=$((tries + 1))

@@ -1,9 +1,10 @@
 #!/bin/sh
-# Runs inside the new root: users, certificates, and all that makes the machine boot fast and stay
-# off any network.
+# Runs inside the new root: makes users and certificates, and turns off what would slow down the
+# boot or use a network.
 set -eu
 
-# The package manager has nowhere to fetch from, and installs what packages carry, docs included.
+# apt gets no source to fetch from. dpkg gets no filters: it installs all files of a package,
+# documentation included.
 rm -f /etc/apt/sources.list /etc/apt/sources.list.d/* /etc/apt/apt.conf.d/99mmdebstrap \
   /etc/dpkg/dpkg.cfg.d/99mmdebstrap /etc/resolv.conf
 echo harbor >/etc/hostname
@@ -23,7 +24,8 @@ for user in alice bob carol; do
 done
 useradd --create-home --user-group --uid 1010 --shell /bin/bash kiosk
 
-# Keys are elliptic: a test run makes thousands of handshakes. The authorities' keys are not kept.
+# The keys are elliptic, since a test run makes thousands of handshakes and these are fast. The
+# authorities' private keys are not kept.
 mkdir -p /etc/lab
 cd /etc/lab
 authority() { # NAME

@@ -1,16 +1,15 @@
 #!/bin/bash
-# Makes the image that every lab machine boots from, unless it is there already, and prints its
-# path. The image is Debian 12 from this machine's own apt sources. It is kept by a hash of what it
-# is made from, so a change to the recipe makes a new one and an old checkout finds its own again.
+# Makes the image that every lab machine boots from, unless it exists, and prints its path. The
+# image is Debian 12 from this machine's own apt sources. Its name holds a hash of the recipe: a
+# changed recipe makes a new image, and an old checkout finds its own one again.
 set -euo pipefail
 cd "$(dirname "$(readlink -f "$0")")"
 export LC_ALL=C
 
 readonly Suite=bookworm
 readonly Cache="${VANTRELL_LAB_CACHE:-$PWD/../build/lab}"
-# What a desktop with the service on it has, and below what the lab itself needs: web server,
-# certificates, a client for the control socket, something to look around with, and what a service
-# that is built with sanitizers needs.
+# First the packages of a desktop with the service, then those of the lab: a web server,
+# certificates, a client for the control socket, tools for a shell, and the sanitizers' libraries.
 readonly Packages=systemd,systemd-sysv,dbus,dbus-user-session,libpam-systemd,tzdata,login,passwd,\
 libcurl4,libgnutls30,libsystemd0,libstdc++6,\
 nginx-light,openssl,ca-certificates,netcat-openbsd,procps,iproute2,\
@@ -20,7 +19,7 @@ hash=$({ cat image.sh image-content.sh login/open_session.cpp
          find image -type f | sort | xargs tail -v -n +1; } | sha256sum | cut -c1-12)
 mkdir -p "$Cache"
 image="$(readlink -f "$Cache")/image-$hash"
-# Two test runs that start together must not both build it.
+# Only one of two test runs that start together may make the image.
 exec 9>"$Cache/lock"
 flock 9
 if [ -d "$image" ]; then
@@ -35,10 +34,10 @@ g++ -std=c++20 -O1 -Wall -Wextra -Werror -o "$work/open-session" login/open_sess
 mapfile -t sources < <(grep -lsw "$Suite" /etc/apt/sources.list /etc/apt/sources.list.d/*.list \
                                          /etc/apt/sources.list.d/*.sources)
 if [ ${#sources[@]} = 0 ]; then
-  echo "lab: no apt source for Debian 12 ($Suite) below /etc/apt" >&2
+  echo "lab: /etc/apt has no source for Debian 12; add one for $Suite" >&2
   exit 1
 fi
-# The way to the mirror, such as a proxy, holds for the image as it does for this machine.
+# The image is fetched with this machine's proxy and retry settings.
 apt-config dump | grep -E '^Acquire::(https?::Proxy|Check-|Retries)' >"$work/apt.conf" || true
 if ! mmdebstrap --quiet --mode=root --variant=minbase --include="$Packages" \
     --aptopt="$work/apt.conf" --dpkgopt='path-exclude=/usr/share/man/*' \

@@ -1,6 +1,7 @@
 #!/bin/sh
-# Process 1 of a machine's process namespace on the host: with its end the kernel ends all the
-# rest. Runs the machine until that ends or standard input does; hold-machine.sh starts this.
+# Process 1 of a machine's process namespace on the host: when it ends, the kernel ends all other
+# processes of the namespace. It runs until the machine or standard input ends. hold-machine.sh
+# starts it.
 set -eu
 folder=$1
 name=${folder##*/}
@@ -8,7 +9,7 @@ name=${folder##*/}
 exec 3<&0
 {
   cat <&3 >/dev/null
-  kill -KILL -1 # all but process 1 itself
+  kill -KILL -1 # all processes of the namespace except process 1
 } &
 (
   echo 0 >"/sys/fs/cgroup/$name/cgroup.procs"

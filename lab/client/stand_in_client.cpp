@@ -1,16 +1,16 @@
 // The stand-in for the desktop client, installed as /usr/bin/vantrell-harbor by the packages of
-// the lab. It stays until it is told to go, talks to the update service when a signal asks it to,
-// and writes down what happens to it, so that a test or the demo can read which version came back,
-// with which arguments and environment.
+// the lab. It runs until a signal ends it and sends requests to the update service on signals. It
+// logs each event, so that a test or the demo can read which version was started, with which
+// arguments and environment.
 //
 //   SIGTERM  ends it          SIGUSR2  opens one more session hold
-//   SIGUSR1  asks for APPLY   SIGHUP   gives all holds back
+//   SIGUSR1  sends APPLY      SIGHUP   gives all holds back
 //
-// What else it does is a property of its package: BehaviourPath holds one word a line,
+// Its package sets the rest of its behaviour: BehaviourPath holds one of these per line,
 //   stay | die-after SECONDS | exit-code N | ignore-term | linger-after-apply
 //
-// Each event is one line of LogPath, or of standard error where that cannot be written, and goes
-// out in one write: several clients share the file.
+// Each event is one line of LogPath, or of standard error if LogPath cannot be opened. A line is
+// written in one call: several clients share the file.
 
 #include <fcntl.h>
 #include <poll.h>
@@ -40,35 +40,35 @@ constexpr char LogPath[] = "/var/log/vantrell-harbor-client.log";
 constexpr char BehaviourPath[] = "/usr/share/vantrell-harbor/behaviour";
 constexpr char VersionPath[] = "/usr/share/vantrell-harbor/version";
 constexpr char SocketPath[] = "/run/vantrell/update.sock";
-constexpr int BadBehaviour = 2;  // exit status for a package whose behaviour makes no sense
+constexpr int BadBehaviour = 2;  // exit status when BehaviourPath cannot be parsed
 
 using Clock = std::chrono::steady_clock;
 
 struct Behaviour {
   std::optional<double> dieAfterSeconds;
-  int exitCode = 0;  // of every end of its own, also the one by SIGTERM
+  int exitCode = 0;  // exit status, after SIGTERM too
   bool ignoreTerm = false;
   bool lingerAfterApply = false;
 };
 
-// One request to the service, open until the service closes it or the client gives it back.
+// One request to the service, open until the service or this client closes it.
 struct Request {
   const char* verb;
   Descriptor socket;
-  std::string received;  // the part of a reply that has no line end yet
+  std::string received;  // the part of a reply without its line feed so far
 };
 
 struct Client {
   Behaviour behaviour;
-  std::string recordHead;  // what every line begins with: version, pid and uid
+  std::string recordHead;  // the beginning of every line: version, pid and uid
   Descriptor log;
   Descriptor signals;
   std::vector<Request> requests;
   bool ended = false;
 };
 
-// As in C source, so that empty texts, blanks and line feeds show. Octal, because a
-// hexadecimal escape has no fixed end.
+// Quotes as in C source, so that empty texts, blanks and line feeds are visible. Octal escapes,
+// because a hexadecimal escape has no fixed length.
 std::string Quoted(const std::string& text) {
   std::string quoted = "\"";
   for (const char character : text) {
@@ -100,11 +100,11 @@ std::string QuotedList(char** texts) {
 void Record(const Client& client, const std::string& event) {
   const std::string line = client.recordHead + event + "\n";
   const int target = client.log ? client.log.Number() : STDERR_FILENO;
-  // A record that cannot be written is lost; there is nobody else to tell.
+  // A record that cannot be written is lost: there is no other place for it.
   if (write(target, line.data(), line.size()) < 0) return;
 }
 
-// World-writable from birth: clients of several users, and root's, append to the same file.
+// Created world-writable: clients of several users and of root append to the same file.
 Descriptor OpenLog() {
   const mode_t mask = umask(0);
   Descriptor log(open(LogPath, O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0666));
@@ -139,7 +139,7 @@ std::string ReadVersion() {
   return version;
 }
 
-// The signals are read like any other input of the loop, so that none interrupts another's work.
+// The loop reads signals as input, so that no signal interrupts its work.
 Descriptor OpenSignals() {
   sigset_t wanted;
   (void)sigemptyset(&wanted);
@@ -199,13 +199,13 @@ bool TakeReply(Client& client, Request& request) {
   const std::string reply = request.received.substr(0, end);
   request.received.erase(0, end + 1);
   Record(client, std::string(request.verb) + " " + Quoted(reply));
-  // The service now waits for this process to go, in order to replace it.
+  // The service now waits until this process exits, and then replaces it.
   if (reply == "OK applying" && !client.behaviour.lingerAfterApply) client.ended = true;
   return true;
 }
 
-// -1, which is "for ever" to poll, for a client that stays. Rounded up: never early; cut to an
-// hour, after which the loop asks again.
+// The time limit for poll: -1, no limit, for a client that stays. Rounded up, so that the client
+// never ends early. At most an hour; the loop then computes it again.
 int RemainingMs(const Behaviour& behaviour, Clock::time_point started) {
   if (!behaviour.dieAfterSeconds) return -1;
   const std::chrono::duration<double> life(*behaviour.dieAfterSeconds);
@@ -219,7 +219,7 @@ void WaitAndServe(Client& client, int waitMs) {
     entries.push_back({request.socket.Number(), POLLIN, 0});
   }
   if (poll(entries.data(), entries.size(), waitMs) <= 0) return;
-  // From the last to the first, and the signals at the end, since both change the list.
+  // From the last to the first, and signals after that: both steps change the list.
   for (size_t index = client.requests.size(); index-- > 0;) {
     if (entries[index + 1].revents == 0) continue;
     if (TakeReply(client, client.requests[index])) continue;

@@ -1,11 +1,11 @@
-// Logs a user in, as a display manager or a remote login would, and holds the session until its
+// Logs a user in, as a display manager or a remote login does, and keeps the session open until
 // standard input ends.
 //
 //   open-session USER TYPE SEAT REMOTE_HOST
 //
-// TYPE is what logind calls the session's type ("x11", "tty"); SEAT and REMOTE_HOST may be empty.
-// Prints the environment that PAM gives the session, an entry a line, and an empty line once the
-// session stands. This process is the session's leader and the first process of its scope.
+// TYPE is logind's type of the session ("x11", "tty"); SEAT and REMOTE_HOST may be empty. When the
+// session is open, prints the environment that PAM gives it, one entry per line, and an empty line.
+// This process is the session's leader and the first process of its scope.
 #include <security/pam_appl.h>
 #include <unistd.h>
 
@@ -14,7 +14,7 @@
 
 namespace {
 
-// No module of this login asks anything.
+// The modules of this login ask for nothing.
 int RefuseToTalk(int, const pam_message**, pam_response**, void*) { return PAM_CONV_ERR; }
 
 int Fail(pam_handle_t* pam, const char* step, int result) {
