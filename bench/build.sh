@@ -1,6 +1,6 @@
 #!/bin/sh
-# Builds what the benchmarks measure, in the flavour that is shipped, and what they measure with:
-# all of it into build/bench. The release keys there sign nothing but the releases of a benchmark.
+# Builds the service as it is shipped, and the programs that measure it, into build/bench. The
+# release keys there sign only the releases of the benchmarks.
 set -eu
 cd "$(dirname "$0")/.."
 built=build/bench
@@ -19,7 +19,7 @@ cmake --build $built/release -j "$(nproc)" --target vantrell-harbor-updated stan
 rm -rf $built/service
 DESTDIR="$PWD/$built/service" cmake --install $built/release --prefix /usr --strip
 
-# -Wl,--as-needed: a program that only hashes does not load libcurl.
+# --as-needed: hash_file must not load libraries that it does not use.
 g++ -std=c++20 -O2 -I . -o $built/hash_file bench/hash_file.cpp $built/release/libvantrell_core.a \
   -Wl,--as-needed -lgnutls
 g++ -std=c++20 -O2 -I . -pthread -o $built/socket_client bench/socket_client.cpp

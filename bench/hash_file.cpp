@@ -1,4 +1,4 @@
-// Prints the digest of one file, as the service takes it of each file that it stages.
+// Prints the digest of one file, computed by the function that the service uses for staged files.
 
 #include <cstdio>
 #include <string>
@@ -8,7 +8,7 @@
 int main(int argc, char** argv) {
   std::string hex;
   if (argc != 2 || !Vantrell::Sha256File(argv[1], hex)) {
-    fprintf(stderr, "hash_file: give one file that can be read\n");
+    fprintf(stderr, "hash_file: no readable file; give the path of one file\n");
     return 1;
   }
   printf("%s\n", hex.c_str());

@@ -1,4 +1,4 @@
-// Times the parser on manifests, beside nlohmann's on the very same text and in the same run.
+// Times our parser and nlohmann's on the same manifests, in the same run.
 
 #include <algorithm>
 #include <chrono>
@@ -12,7 +12,7 @@
 namespace Vantrell {
 namespace {
 
-// Of each parser in turn. The fastest round counts: all others were disturbed by something.
+// The parsers take turns. The fastest round is the result: the others were disturbed.
 constexpr int Rounds = 15;
 
 std::string MakeManifest(int files) {
@@ -36,7 +36,7 @@ size_t CountFilesTheirs(const std::string& text) {
   return nlohmann::json::parse(text)["files"].size();
 }
 
-// Milliseconds from the text to the value and until the value is freed again.
+// Milliseconds to parse the text and to free the value.
 double TimeOnce(size_t (*countFiles)(const std::string&), const std::string& text, size_t files) {
   const auto start = std::chrono::steady_clock::now();
   const size_t found = countFiles(text);
@@ -48,7 +48,7 @@ double TimeOnce(size_t (*countFiles)(const std::string&), const std::string& tex
   return taken.count();
 }
 
-// Prints one line and returns our own time.
+// Prints one line and returns the time of our parser.
 double Compare(int files) {
   const std::string text = MakeManifest(files);
   double ours = 1e9;

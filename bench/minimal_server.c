@@ -1,10 +1,10 @@
-// The least that a server with a thread for each connection can do: accept, read one line byte
-// by byte, send a fixed reply, close. What the service needs beyond that is its own cost.
+// The smallest server with one thread for each connection: it accepts, reads one line byte by byte,
+// sends a fixed reply and closes. The difference to the service is the service's own cost.
 //
 //   minimal_server SOCKET REPLY [limited]
 //
-// "limited" adds what nobody can leave out who must stop at once and survive silent peers: the
-// wait for a stop beside the wait for a connection, and a limit for each read and send.
+// "limited" adds what a server needs to stop at once and to survive silent peers: a poll for a stop
+// together with the poll for a connection, and a time limit for each read and send.
 
 #define _GNU_SOURCE  // accept4
 #include <poll.h>

@@ -1,4 +1,4 @@
-// Loaded before the C library: the service calls this malloc_trim, and its memory stays as it is.
+// Loaded before the C library: the service calls this malloc_trim, which gives no memory back.
 
 #include <stddef.h>
 

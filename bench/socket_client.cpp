@@ -1,10 +1,10 @@
-// Sends one request again and again, each over a connection of its own, and prints how many were
-// answered in a second.
+// Sends COUNT equal requests, each over a connection of its own, and prints the number of replies
+// per second.
 //
 //   socket_client SOCKET REQUEST REPLY COUNT THREADS
 //
-// Every reply must be REPLY. A connection that is closed unanswered (the service serves a limited
-// number at once) is tried again and counts only when it is answered.
+// Every reply must be REPLY. A request whose connection is closed without a reply is sent again:
+// the service serves a limited number of connections at once.
 
 #include <sys/socket.h>
 #include <sys/un.h>
@@ -36,7 +36,7 @@ struct Load {
   exit(1);
 }
 
-// What the server sent until it closed; empty where it took the connection and did not serve it.
+// Returns all that the server sent; empty if it accepted the connection and did not serve it.
 std::string Ask(const Load& load) {
   const Descriptor connection(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
   sockaddr_un address = {};

@@ -1,5 +1,5 @@
-// Feeds any bytes to the JSON parser. What it refuses must be refused with a place in the text;
-// what it takes must come through a dump and a second parse as the same value, but for digits.
+// Feeds arbitrary bytes to the JSON parser. A refusal must name a position in the text. An accepted
+// value must be equal after a dump and a second parse, except for the digits of its numbers.
 //
 //   clang++ -std=c++20 -g -O1 -fsanitize=fuzzer,address,undefined,float-cast-overflow -I .
 //     fuzz/json_fuzzer.cpp json/*.cpp -o build/json_fuzzer
@@ -25,12 +25,12 @@ void Require(bool holds, const char* what) {
 void CheckError(const std::string& error, size_t textSize) {
   const std::string mark = " at offset ";
   const size_t found = error.rfind(mark);
-  Require(found != std::string::npos && found > 0, "an error without words or offset");
+  Require(found != std::string::npos && found > 0, "an error without text or offset");
   Require(strtoull(error.c_str() + found + mark.size(), nullptr, 10) <= textSize,
           "an offset beyond the text");
 }
 
-// Infinities are written as words that are no JSON, so their documents do not come back.
+// Infinities are written as words that are not JSON, so such a dump cannot be parsed again.
 bool IsFinite(const JsonValue& value) {
   if (!std::isfinite(value.number)) return false;
   for (size_t index = 0; index < value.Size(); ++index) {
@@ -39,7 +39,7 @@ bool IsFinite(const JsonValue& value) {
   return true;
 }
 
-// Numbers are written with six digits, so they may differ; everything else may not.
+// Numbers are written with six digits and may differ; everything else must be equal.
 bool IsSameButForDigits(const JsonValue& left, const JsonValue& right) {
   if (left.kind != right.kind || left.boolean != right.boolean) return false;
   if (left.text != right.text || left.keys != right.keys) return false;
@@ -64,7 +64,7 @@ void CheckValue(const JsonValue& value) {
 
   const JsonValue second = Reparse(dump);
   Require(IsSameButForDigits(value, second), "a dump that reads as another value");
-  // The first dump may write 1.23457e+06, and the second 1234570. From then on nothing changes.
+  // The first dump may write 1.23457e+06 and the second 1234570. The third equals the second.
   const std::string secondDump = DumpJson(second);
   Require(DumpJson(Reparse(secondDump)) == secondDump, "a dump that does not settle");
 }
