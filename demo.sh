@@ -1,8 +1,8 @@
 #!/bin/bash
-# Tells the story of an update, live, on a throw-away machine: about two minutes, and a few more
-# the first time, for building. Needs root on Debian 12; installs what it needs with apt-get.
+# Shows an update, live, on a throw-away machine. Takes one or two minutes, and a few more the first
+# time, for the build. Needs root on Debian 12; installs the packages that it needs with apt-get.
 #
-#   ./demo.sh            the story
+#   ./demo.sh            the demo
 #   ./demo.sh --keep     the same, and then a shell in the machine
 set -euo pipefail
 cd "$(dirname "$(readlink -f "$0")")"
@@ -15,7 +15,7 @@ esac
 readonly Log=$PWD/build/logs/demo.log
 mkdir -p "${Log%/*}"
 
-# Says that it works on something long, and shows what went wrong if it did.
+# Runs a long command, says how long it took, and shows the end of its output if it failed.
 work_on() { # WORDS COMMAND...
   local words=$1 start=$SECONDS
   shift

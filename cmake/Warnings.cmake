@@ -1,5 +1,5 @@
-# The warnings of every target of ours. -Werror is not among them: it comes from a preset, so
-# that a packager's newer compiler does not break the build.
+# The warnings of all targets of this project. -Werror comes from the presets instead, so that the
+# warnings of a newer compiler do not break a packager's build.
 add_library(vantrell_warnings INTERFACE)
 target_compile_options(vantrell_warnings INTERFACE
   -Wall -Wextra -Wconversion -Wshadow -Wformat=2 -Wold-style-cast -Wundef
