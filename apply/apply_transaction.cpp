@@ -24,12 +24,12 @@ using ClientUpdateService::serviceState;
 constexpr char PackageSuffix[] = ".deb";
 constexpr char PackageArchitecture[] = "amd64";
 
-// Ends the claim on applyBusy as the last action of an apply, when an exception is thrown too.
-struct ApplyClaim {
-  ApplyClaim() = default;
-  ApplyClaim(const ApplyClaim&) = delete;
-  ApplyClaim& operator=(const ApplyClaim&) = delete;
-  ~ApplyClaim() { serviceState.applyBusy.exchange(false); }
+// Ends the claim on applyBusy as the last action of an apply, even if an exception is thrown.
+struct ClaimEnd {
+  ClaimEnd() = default;
+  ClaimEnd(const ClaimEnd&) = delete;
+  ClaimEnd& operator=(const ClaimEnd&) = delete;
+  ~ClaimEnd() { serviceState.applyBusy.exchange(false); }
 };
 
 bool Refuse(std::string reason, std::string& error) {
@@ -142,11 +142,11 @@ bool InstallAndJudge(const UpdateManifest& staged, const std::string& packagePat
 
 bool ApplyStagedUpdate(bool ignoreWindow, const ClientLaunchContext* requester,
                        std::string& error) {
-  // This must come before ApplyClaim: a refused apply must not end the claim of the other one.
+  // This must come before ClaimEnd: a refused apply must not end the claim of the other one.
   if (serviceState.applyBusy.exchange(true)) {
     return Refuse("an install is already running", error);
   }
-  const ApplyClaim claim;
+  const ClaimEnd end;
   UpdateManifest staged;
   if (!PassGates(ignoreWindow, staged, error)) return false;
   std::string packagePath;

@@ -1,7 +1,8 @@
 #pragma once
 
-// The apply: installs the staged release and accepts it, or installs the previous package again. No
-// other code changes the client package. Blocks its thread for minutes.
+// The apply: installs the staged release and accepts it, or installs the previous package again if
+// there is a rollback copy. No other code changes the client package. Blocks its thread for
+// minutes.
 
 #include <string>
 
@@ -14,7 +15,8 @@ namespace Vantrell {
 // log it. The release then stays staged.
 //
 // `ignoreWindow` skips the test of the maintenance window and nothing else. `requester` (null:
-// none) is the client that asked, as it was before it ended. It gets no signal.
+// none) is the client that asked, as it was before it ended. It is not told to end, except as a
+// kiosk client of the old image.
 //
 // Only one apply runs at a time; a second one is refused. After its tests an apply runs to its end
 // on its own copy of the manifest. A stop, a session or the end of the window does not interrupt

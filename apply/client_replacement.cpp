@@ -19,7 +19,7 @@ constexpr Milliseconds JudgementMs = 20000;
 
 void EndOldClient(const ClientLaunchContext& context) {
   if (kill(context.pid, SIGTERM) != 0) return;
-  // The end of a kiosk client is not waited for: its supervisor starts the next one at once.
+  // RestartKioskClient() waits for the client that the supervisor starts.
   if (IsKioskClient(context)) return;
   WaitForProcessExit(static_cast<uint32_t>(context.pid), TerminationLimitMs);
 }

@@ -64,8 +64,8 @@ bool Spawn(const std::vector<std::string>& argv, const std::vector<std::string>&
   return started;
 }
 
-// A failed read ends the output as its end does. What is over the limit is read and dropped, since
-// the child must not block on a full pipe.
+// A failed read is treated as the end of the output. What is over the limit is read and dropped,
+// since the child must not block on a full pipe.
 std::string ReadOutput(int outputEnd) {
   std::string captured;
   const auto keep = [&captured](std::string_view block) {
@@ -95,7 +95,7 @@ int32_t RunProcess(const std::vector<std::string>& argv, const std::vector<std::
 
   pid_t child = 0;
   const bool started = Spawn(argv, extraEnv, writeEnd.Number(), child);
-  writeEnd = Descriptor();  // or the output would have no end
+  writeEnd = Descriptor();  // otherwise the read below would never reach the end
   if (!started) {
     output = "cannot run " + argv[0];
     return -1;

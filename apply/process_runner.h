@@ -1,8 +1,8 @@
 #pragma once
 
 // Running another program, and waiting for a process that is not a child. No shell is involved. Any
-// thread may call these, several at once; they log nothing, and a stop of the service does not
-// interrupt them.
+// thread may call these, several at once; they log nothing. A stop of the service does not
+// interrupt them, but a signal to the calling thread ends WaitForProcessExit() early.
 
 #include <cstdint>
 #include <string>
@@ -17,10 +17,9 @@ namespace Vantrell {
 // along PATH. The program has no input. Its environment is the service's own, followed by
 // `extraEnv` (NAME=value). `output` gets what it writes to standard output and standard error, as
 // one stream; the first 256 KiB, or a little more, are kept. The call also waits for every other
-// process that holds this output open.
-// Returns the exit code, or -1 when a signal ended the program. When the program could not be
-// started: -1, and `output` is "cannot run " and its name. When there was no pipe for the output:
-// -1, and `output` is unchanged.
+// process that holds this output open. Returns the exit code, or -1 when a signal ended the
+// program. When the program could not be started: -1, and `output` is "cannot run " and its name.
+// When there was no pipe for the output: -1, and `output` is unchanged.
 int32_t RunProcess(const std::vector<std::string>& argv, const std::vector<std::string>& extraEnv,
                    std::string& output);
 

@@ -12,7 +12,7 @@ namespace Vantrell {
 // a line feed is a line too; a line feed at the end of the text does not begin another one.
 std::vector<std::string> SplitLines(std::string_view text);
 
-// The text without those of `characters` that are at its end.
+// The text without those of `characters` that are at its end. A view of `text`.
 std::string_view TrimEnd(std::string_view text, std::string_view characters);
 
 // The text without the carriage returns and line feeds at its end.

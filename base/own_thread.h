@@ -1,7 +1,7 @@
 #pragma once
 
-// A thread for one piece of work, for the sake of the memory that the C library keeps for a thread:
-// it gives this memory back only when the thread has ended.
+// Running work on a thread of its own. The C library keeps memory for each thread and frees it only
+// after the thread has ended.
 
 #include <functional>
 

@@ -1,7 +1,7 @@
 #pragma once
 
 // Reading from a descriptor when signals may arrive: the handlers of this program are installed
-// without SA_RESTART, so every read can end with EINTR. Any thread may call these; they log
+// without SA_RESTART, so a blocking read can end with EINTR. Any thread may call these; they log
 // nothing.
 
 #include <sys/types.h>

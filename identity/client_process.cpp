@@ -9,8 +9,8 @@ namespace {
 
 // The kernel appends this to the path of a file that no longer exists.
 constexpr char DeletedSuffix[] = " (deleted)";
-constexpr size_t LinkLimitBytes =
-    511;  // a longer link is cut, so it never equals the client's path
+// A longer link is cut, so it never equals the path of the client.
+constexpr size_t LinkLimitBytes = 511;
 
 }  // namespace
 

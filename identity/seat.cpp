@@ -60,7 +60,7 @@ ucred PeerCredentials(int socket) {
 
 bool SessionIsLocalFor(const std::string& session, uid_t uid) {
   if (sd_session_is_active(session.c_str()) <= 0) return false;
-  if (sd_session_is_remote(session.c_str()) != 0) return false;  // an error is a no
+  if (sd_session_is_remote(session.c_str()) != 0) return false;  // an error is treated as remote
   if (!IsOnSomeSeat(session.c_str())) return false;
   uid_t owner = 0;
   return sd_session_get_uid(session.c_str(), &owner) >= 0 && owner == uid;

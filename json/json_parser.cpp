@@ -224,8 +224,8 @@ bool ParseBool(JsonParser& parser, JsonValue& value) {
   return AcceptLiteral(parser, value.boolean ? "true" : "false");
 }
 
-// Fills a new Null value that is already in its place within its parent, so that no value is moved
-// after it has been filled.
+// Fills a new Null value that is already in its place within its parent, so that a filled value is
+// not copied into its parent.
 bool ParseJsonValue(JsonParser& parser, JsonValue& value);
 
 bool ParseArray(JsonParser& parser, JsonValue& value) {
@@ -244,8 +244,8 @@ bool ParseArray(JsonParser& parser, JsonValue& value) {
   }
 }
 
-// What object.Set(key, JsonValue()) does, in a time that allows for many keys. `index` belongs to
-// this object, and is empty before the first call.
+// Does the same as object.Set(key, JsonValue()), but fast for many keys. `index` belongs to this
+// object and is empty before the first call.
 JsonValue& SetNull(JsonValue& object, KeyIndex& index, std::string key) {
   const size_t count = object.keys.size();
   if (count < IndexedSize) return object.Set(std::move(key), JsonValue());

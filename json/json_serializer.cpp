@@ -72,8 +72,8 @@ void AppendObject(std::string& target, const JsonValue& value) {
   target.push_back('}');
 }
 
-// All levels append to one text. With a text for each child every byte would be copied once a
-// level.
+// All levels append to one text. With a text for each child every byte would be copied once for
+// each level.
 void AppendJson(std::string& target, const JsonValue& value) {
   switch (value.kind) {
     case JsonKind::Bool:

@@ -9,9 +9,8 @@
 namespace Vantrell {
 namespace {
 
-constexpr double Int64End =
-    9223372036854775808.0;             // 2 to the 63rd, the first value that is too large
-constexpr size_t NumberTextSize = 40;  // bytes; the longest int64_t has 20 characters
+constexpr double Int64End = 9223372036854775808.0;  // 2 to the 63rd: the first one too large
+constexpr size_t NumberTextSize = 40;               // bytes; the longest int64_t has 20 characters
 
 // False for NaN too: every comparison with NaN is false.
 bool FitsInt64(double value) { return value >= -Int64End && value < Int64End; }

@@ -44,8 +44,8 @@ struct JsonValue {
   JsonValue(const JsonValue& other) = default;
   JsonValue(JsonValue&& other) noexcept = default;
   ~JsonValue() = default;
-  // Takes its source by value, because the source may be a child of this value, as in
-  // `doc = doc.Get("files")`. A copy of one field after the other would destroy it half-way.
+  // Takes its source by value, because the source may be a child of this value, as in `doc =
+  // doc.Get("files")`. A copy of one field after the other would destroy it half-way.
   JsonValue& operator=(JsonValue other) noexcept;
 
   // The number of elements of an Array or of members of an Object; 0 for other kinds.
@@ -55,7 +55,7 @@ struct JsonValue {
   const JsonValue& At(size_t index) const;
   // The value of a key of an Object, by a linear search. JsonNullValue() when there is none.
   const JsonValue& Get(const std::string& key) const;
-  bool Contains(const std::string& key) const;
+  [[nodiscard]] bool Contains(const std::string& key) const;
   // The value of the first of these keys that AsString reads as a text that is not empty.
   std::string FirstString(const std::vector<std::string>& names, const std::string& fallback) const;
 
@@ -64,12 +64,13 @@ struct JsonValue {
 
   // A String is true if it is "true" or "1" and otherwise false, an empty one too.
   bool AsBool(bool fallback = false) const;
-  // A String is read by strtod, so a word gives 0. An empty String gives the fallback.
+  // A String is read by strtod, so a text without a number gives 0. An empty String gives the
+  // fallback.
   double AsDouble(double fallback = 0) const;
   // Truncates toward zero. NaN and the infinities give the fallback; finite numbers beyond 64 bits
   // give the lowest value. The fallback for a String, an Array or an Object goes through a double.
   int64_t AsInt(int64_t fallback = 0) const;
-  // Whole numbers within 64 bits are written with all digits, other numbers with six digits.
+  // Whole numbers within 64 bits are written with all digits, others with six significant ones.
   std::string AsString(const std::string& fallback = {}) const;
 
   // Appends to an Array. Sets the value of a key of an Object: a present key keeps its place, a new

@@ -31,7 +31,7 @@ std::string AnswerApply(const std::string&, int connection) {
 }
 
 void RunRequestedApply(const ApplyRequest& request) {
-  // The package must not be swapped while the client that asked still exits.
+  // The package must not be swapped while the client that asked is still exiting.
   if (request.hasClient) {
     WaitForProcessExit(static_cast<uint32_t>(request.client.pid), ClientExitLimitMs);
   }

@@ -21,7 +21,7 @@ struct ApplyRequest {
 std::string AnswerApply(const std::string& line, int connection);
 
 // The body of the detached thread: waits up to 30 s for the client to exit and runs the apply. A
-// stop of the service does not wait for the first step.
+// stop of the service does not wait for this: the apply is then lost.
 void RunRequestedApply(const ApplyRequest& request);
 
 }  // namespace Vantrell::ClientUpdateService

@@ -37,18 +37,18 @@ uint32_t StableJitter(std::string_view text, uint32_t span) {
 }
 
 void RunUpdateLoop(const LoopSteps& steps) {
-  Milliseconds wait = FirstCheckDelayMs;
-  Milliseconds afterFailure = FirstCheckDelayMs;
-  while (steps.wait(wait)) {
+  Milliseconds waitMs = FirstCheckDelayMs;
+  Milliseconds nextMs = FirstCheckDelayMs;  // the wait after a failure
+  while (steps.wait(waitMs)) {
     const bool reached = steps.pass();
     // After a failed pass too: a release may have been staged earlier, or by a CHECK.
     if (steps.apply()) return;
     if (reached) {
-      wait = BaseCheckPeriodMs + StableJitter(steps.installId(), CheckJitterSpanMs);
-      afterFailure = FirstCheckDelayMs;
+      waitMs = BaseCheckPeriodMs + StableJitter(steps.installId(), CheckJitterSpanMs);
+      nextMs = FirstCheckDelayMs;
     } else {
-      wait = afterFailure;
-      afterFailure = std::min(2 * wait, BackOffCapMs);
+      waitMs = nextMs;
+      nextMs = std::min(2 * waitMs, BackOffCapMs);
     }
   }
 }

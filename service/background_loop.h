@@ -28,8 +28,8 @@ struct LoopSteps {
   std::function<std::string()> installId;
 };
 
-// Waits, passes and tries to install, again and again. Returns when the service stops and after an
-// accepted apply. The waits begin anew with each call.
+// Repeats: waits, runs a check pass, tries to install. Returns when the service stops and after an
+// accepted apply. Each call begins with the first wait.
 void RunUpdateLoop(const LoopSteps& steps);
 
 // The body of the background thread: the loop with the service's own steps.

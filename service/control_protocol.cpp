@@ -28,7 +28,7 @@ void LimitSocketWaits(int connection) {
 }
 
 // True when there is a request. A line that ends at the limit, at the end of the input or by the
-// time-out is served like a complete one. Only an empty line that ends so is not a request.
+// time-out is served like a complete one. If that comes before the first byte, there is no request.
 bool ReadRequest(int connection, std::string& line) {
   while (line.size() < RequestLimitBytes) {
     char byte = 0;

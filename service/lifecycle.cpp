@@ -103,7 +103,7 @@ int RunService() {
     return CouldNotStart;
   }
   umask(022);
-  // Not tested: without an eventfd the stop flag and the interrupted poll() still end the service.
+  // Not tested: without an eventfd a stop is seen through the flag, after an interrupted poll().
   serviceState.stopEventFd = eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC);
   InstallSignalHandlers();
 

@@ -8,8 +8,8 @@ namespace Vantrell::ClientUpdateService {
 constexpr char SocketPath[] = "/run/vantrell/update.sock";
 
 // The listening descriptor. If the service manager passed exactly one descriptor, it is that one;
-// otherwise a new socket at SocketPath, which every local user may connect. -1 on failure, with the
-// reason in errno.
+// otherwise a new socket at SocketPath, to which every local user may connect. -1 on failure, with
+// the reason in errno.
 int OpenListener();
 
 // Removes the path of the service's own socket. Leaves the path of a passed socket, which belongs

@@ -41,7 +41,7 @@ struct ServiceState {
 extern ServiceState& serviceState;
 
 // Whether a release is staged and verified at this moment.
-bool IsReleaseStaged() EXCLUDES_LOCK(serviceState.stateMutex);
+[[nodiscard]] bool IsReleaseStaged() EXCLUDES_LOCK(serviceState.stateMutex);
 
 // Wakes every poll() on stopEventFd, present and later ones. A signal handler may call it.
 void SignalStopEvent();

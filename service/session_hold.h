@@ -1,7 +1,7 @@
 #pragma once
 
-// HOLD: the client tells that a user is in a live session. The session lasts as long as the
-// connection, so a client that crashes ends it too. During a session no apply starts.
+// HOLD: the client tells the service that a user is in a live session. The session lasts as long as
+// the connection, so a client that crashes ends it too. During a session no apply starts.
 
 namespace Vantrell::ClientUpdateService {
 

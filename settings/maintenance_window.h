@@ -19,8 +19,8 @@ namespace Vantrell {
 [[nodiscard]] bool WindowContains(const std::string& start, const std::string& end, bool enabled,
                                   int now);
 
-// The window as a text for people: the two settings as they are written, such as
-// "02:00-05:00 local", or "disabled".
+// The window as a text for people: the two settings as they are written, such as "02:00-05:00
+// local", or "disabled".
 std::string WindowText();
 
 // Whether the window is open at this moment. A change of the settings or of the machine's time zone

@@ -76,7 +76,7 @@ bool WriteSettingTo(const std::string& path, const char* key, const std::string&
   MakeParentDirs(path, 0755);  // if this fails, so does the open
   const std::string temporary = path + ".tmp";
   if (!WriteLines(temporary, lines)) return false;
-  // A failure leaves the mode that the umask gives, which is the same one.
+  // A new file has this mode already, an older temporary file may have another.
   chmod(temporary.c_str(), 0644);
   return rename(temporary.c_str(), path.c_str()) == 0;
 }

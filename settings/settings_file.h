@@ -15,7 +15,7 @@ namespace Vantrell {
 constexpr char ConfigPath[] = "/etc/vantrell-harbor/update.conf";
 
 // Removes blanks, tabs, carriage returns and line feeds at the end, but only blanks and tabs at the
-// start. A line feed at the start stays, so that such a text does not equal the expected one.
+// start. A line end at the start stays, so that such a text does not equal the expected one.
 std::string TrimSetting(std::string_view text);
 
 // The value of the first line that has this key and a value that is not empty. If there is none,

@@ -50,7 +50,7 @@ bool Sha256File(const std::string& path, std::string& hex) {
   const auto add = [&hash](std::string_view block) {
     gnutls_hash(hash.get(), block.data(), block.size());
   };
-  // There is no digest of a part of a file.
+  // After a failed read there must be no digest of the part before it.
   if (!ReadToEnd(file.Number(), HashBlockBytes, add)) return false;
 
   unsigned char digest[DigestBytes];

@@ -17,7 +17,7 @@ std::string ManifestDigest(const UpdateManifest& manifest, const std::string& co
 
 // Reads the digest of `component` from a block. `digest` is normalized and has 64 characters, which
 // are not checked further. False when the block is not for this version or has no well-formed line
-// for the component; `digest` then has no meaning. The caller must verify the signature before.
+// for the component; `digest` then has no meaning. The caller must verify the signature first.
 [[nodiscard]] bool ParseReleaseBlock(const std::string& block, const std::string& version,
                                      const std::string& component, std::string& digest);
 

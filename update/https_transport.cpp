@@ -11,7 +11,7 @@ namespace {
 
 constexpr char UserAgent[] = "VantrellUpdater/1.0";
 constexpr char AllowedProtocol[] = "https";
-constexpr long ConnectLimitMs = 20000;  // for a GET; a POST has only its limit for the whole
+constexpr long ConnectLimitMs = 20000;  // for a GET; a POST has none of its own
 constexpr long FetchLimitMs = 60000;    // for the whole transfer of a small file
 
 struct CurlCleanup {
@@ -28,14 +28,14 @@ using HeaderList = std::unique_ptr<curl_slist, HeaderFree>;
 CURLcode AddHeader(HeaderList& list, const std::string& header) {
   curl_slist* longer = curl_slist_append(list.get(), header.c_str());
   if (longer == nullptr) return CURLE_OUT_OF_MEMORY;
-  (void)list.release();  // `longer` has the same elements
+  (void)list.release();  // `longer` is this list with the new header
   list.reset(longer);
   return CURLE_OK;
 }
 
 CurlHandle MakeHandle() {
   static std::once_flag globalStart;
-  // If this fails, curl_easy_init() fails too, and its result is checked.
+  // A failure is not final: curl_easy_init() tries it again, and its result is checked.
   std::call_once(globalStart, [] { curl_global_init(CURL_GLOBAL_ALL); });
   return CurlHandle(curl_easy_init());
 }
@@ -79,7 +79,7 @@ HttpResult HttpsPostJson(const std::string& host, const std::string& path, const
   curl_easy_setopt(handle.get(), CURLOPT_POSTFIELDSIZE, static_cast<long>(body.size()));
   curl_easy_setopt(handle.get(), CURLOPT_TIMEOUT_MS, static_cast<long>(timeoutMs));
   curl_easy_setopt(handle.get(), CURLOPT_NOSIGNAL, 1L);
-  // Without this limit other protocols would be possible, so a failure ends the request.
+  // A request whose limit cannot be set is not sent.
   if (code == CURLE_OK) {
     code = curl_easy_setopt(handle.get(), CURLOPT_PROTOCOLS_STR, AllowedProtocol);
   }

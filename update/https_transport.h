@@ -2,8 +2,7 @@
 
 // All network traffic of the service: HTTPS only, with libcurl's default verification of
 // certificates. Every request uses a new handle; nothing is shared between requests, kept or
-// retried. Any thread may call these functions; each blocks its caller, and none logs. Time limits
-// are in milliseconds and have libcurl's type.
+// retried. Any thread may call these functions; each blocks its caller, and none logs.
 
 #include <cstddef>
 #include <cstdint>

@@ -10,8 +10,9 @@
 namespace Vantrell {
 
 // The caller passes an empty `error`. True: `manifest` is complete. False: `error` says why, in
-// words that can follow "unreadable manifest: ", and `manifest` has no meaning. A value of another
-// JSON type is converted; only an empty text, or a hash of a wrong length, is refused.
+// words that can follow "unreadable manifest: ", and `manifest` has no meaning. Values of another
+// JSON type are converted. Refused are an empty version, name or URL, a hash of a wrong length, a
+// name that is not safe as a path, and "files" that is not an array with elements.
 [[nodiscard]] bool ParseManifest(const std::string& body, UpdateManifest& manifest,
                                  std::string& error);
 

@@ -18,8 +18,8 @@ namespace Vantrell {
                                 std::string& error);
 
 // Fetches one URL into one file, within half an hour, and syncs the file to disk. The content does
-// not stay in memory. A link at the path is not followed. When a transfer fails, the file is
-// removed.
+// not stay in memory. A link at the path is not followed. When the transfer or the sync fails, the
+// file is removed.
 [[nodiscard]] bool DownloadToFile(const std::string& url, const std::string& path,
                                   std::string& error);
 

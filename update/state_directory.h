@@ -7,9 +7,9 @@
 //   client-staging/VERSION/NAME   files of staged releases; those of older versions stay
 //   client-rollback/previous.deb  package of the last accepted release (directory: mode 0700)
 //
-// Which staged release may be installed is kept in memory only, so that nothing that a crash leaves
-// on disk is trusted. The one file that the service writes elsewhere is the settings file. Any
-// thread may call these functions; they log nothing.
+// Which staged release may be installed is kept in memory only, so a staged directory that a crash
+// leaves is never installed. The one file that the service writes elsewhere is the settings file.
+// Any thread may call these functions; they log nothing.
 
 #include <string>
 

@@ -1,7 +1,6 @@
 #pragma once
 
-// The records of a release, and the check pass. update/check_cycle.cpp is the source of this
-// header.
+// The records of a release, and the check pass. RunCheckPass() is in update/check_cycle.cpp.
 
 #include <cstdint>
 #include <string>
@@ -11,8 +10,7 @@ namespace Vantrell {
 
 // One file of a release, as the update server offers it.
 struct ManifestFile {
-  std::string
-      name;  // relative to the staging directory; may contain "/"; checked to be safe as a path
+  std::string name;    // below the staging directory; may contain "/"; checked to be safe
   std::string sha256;  // exactly 64 characters; compared as text with lower-case hexadecimal digits
   int64_t size = 0;    // bytes, as declared; signed, but not compared with the size of the file
   std::string url;     // where to fetch it; https
