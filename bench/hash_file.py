@@ -1,5 +1,5 @@
 #!/usr/bin/python3
-"""Hashes 1 GiB out of the page cache, by the service's own code and by openssl."""
+"""Hashes 1 GiB from the page cache, with the service's own code and with openssl."""
 
 import statistics
 import subprocess

@@ -1,12 +1,14 @@
 """Resident memory after many check passes at once, with malloc_trim and without."""
-"""Resident memory after many check passes at once, with malloc_trim and with one that does nothing."""
 
 import statistics
 
 import service
+from lab.machine import SERVICE, SOCKET
+from lab.releases import release
+from lab.service_view import mebibytes
 
 PASSES = 128
-DROP_IN = f"/run/systemd/system/{service.SERVICE}.d/no-trim.conf"
+DROP_IN = f"/run/systemd/system/{SERVICE}.d/no-trim.conf"
 
 
 def use_trim(machine, trim):
@@ -18,14 +20,13 @@ def use_trim(machine, trim):
 
 
 def measure(machine, client, trim):
-    """MiB before, at the peak and after, and the most threads that ran at one time."""
+    """MiB before, at the peak and after, and the largest number of threads at one time."""
     use_trim(machine, trim)
     process = service.restart(machine)
-    before = service.mebibytes(process, "VmRSS")
-    machine.run([client, service.SOCKET, "CHECK", "OK checking", PASSES, 8])
+    before = mebibytes(process, "VmRSS")
+    machine.run([client, SOCKET, "CHECK", "OK checking", PASSES, 8])
     threads = service.wait_until_idle(process)
-    return (before, service.mebibytes(process, "VmHWM"), service.mebibytes(process, "VmRSS"),
-            threads)
+    return before, mebibytes(process, "VmHWM"), mebibytes(process, "VmRSS"), threads
 
 
 def compare(machine, client, kind, rounds):
@@ -43,12 +44,12 @@ def compare(machine, client, kind, rounds):
 
 def main():
     service.build()
-    with service.scratch() as folder, service.machine_with_service(folder) as machine:
+    with service.scratch() as built, service.machine_with_service(built) as machine:
         client = service.push_program(machine, "socket_client")
         service.push_program(machine, "no_trim.so")
         compare(machine, client, "nothing on offer", rounds=5)
-        # Each proves and stages the same release: ten more requests, and a minute or more for all.
-        machine.publish(service.release(folder, "1.1"))
+        # Each pass proves and stages the same release: ten more requests, over a minute for all.
+        machine.publish(release("1.1", built=built))
         compare(machine, client, "a release on offer", rounds=1)
 
 

@@ -11,9 +11,9 @@ ROOT = pathlib.Path(__file__).resolve().parent.parent
 BUILT = ROOT / "build/bench"
 sys.path.insert(0, str(ROOT))
 
-from lab.machine import SERVICE, SOCKET, Machine, missing_requirements  # noqa: E402, F401
-
-IDLE_THREADS = 2  # the main one and the background one
+from lab import service_view  # noqa: E402
+from lab.machine import Machine, missing_requirements  # noqa: E402
+from lab.releases import package  # noqa: E402
 
 
 def build():
@@ -25,76 +25,47 @@ def build():
 
 @contextlib.contextmanager
 def scratch():
-    with tempfile.TemporaryDirectory(dir=BUILT, prefix="scratch-") as folder:
-        yield pathlib.Path(folder)
-
-
-def package(folder, version, ballast=0):
-    """Packs client `version` with `ballast` MiB of random bytes in it."""
-    printed = subprocess.run(
-        [ROOT / "lab/client/make-package", "--version", version, "--ballast", str(ballast),
-         "--client", BUILT / "release/lab/client/stand-in-client",
-         "--service-tree", BUILT / "service", "--output", folder / f"package-{version}"],
-        check=True, stdout=subprocess.PIPE, text=True).stdout
-    return printed.splitlines()[-1]
-
-
-def release(folder, version, ballast=0):
-    """A published release of package(), for Machine.publish."""
-    tree = folder / f"release-{version}"
-    subprocess.run([ROOT / "publisher/publish-release", "--version", version, "--channel", "prod",
-                    "--key", BUILT / "keys/release-1.pem", "--output", tree,
-                    package(folder, version, ballast)], check=True, stdout=subprocess.DEVNULL)
-    return tree
+    """A folder for files of this run and, as `built`, for its packages and releases."""
+    with tempfile.TemporaryDirectory(dir=BUILT, prefix="scratch-") as name:
+        folder = pathlib.Path(name)
+        (folder / "service").symlink_to(BUILT / "service")
+        (folder / "stand-in-client").symlink_to(BUILT / "release/lab/client/stand-in-client")
+        yield folder
 
 
 @contextlib.contextmanager
-def machine_with_service(folder):
+def machine_with_service(built):
     """A booted machine with client 1.0 and the service."""
     missing = missing_requirements()
     if missing:
         sys.exit(f"{sys.argv[0]}: {missing}")
     with Machine() as machine:
-        machine.install(package(folder, "1.0"))
+        machine.install(package("1.0", built=built))
         yield machine
 
 
 def push_program(machine, name):
-    """Brings a program of build/bench into the machine; its path there."""
+    """Copies a program of build/bench into the machine; returns its path there."""
     machine.push(BUILT / name, f"/usr/local/bin/{name}", 0o755)
     return f"/usr/local/bin/{name}"
 
 
 def restart(machine):
-    """Starts the service anew; what the kernel tells about it is read from the folder returned."""
-    machine.run(["systemctl", "restart", SERVICE])
-    pid = machine.run(["systemctl", "show", "-P", "MainPID", SERVICE]).strip()
-    # Through the machine's own /proc and without entering it, which would cost processor time.
-    process = pathlib.Path(f"/proc/{machine.leader}/root/proc/{pid}")
+    """Restarts the service and waits until it is idle; returns its folder in /proc."""
+    service_view.restart(machine)
+    process = service_view.process_folder(machine)
     wait_until_idle(process)
     return process
 
 
-def number(process, field):
-    """A number out of /proc/PID/status; sizes are in KiB."""
-    for line in (process / "status").read_text().splitlines():
-        if line.startswith(field + ":"):
-            return int(line.split()[1])
-    raise KeyError(field)
-
-
-def mebibytes(process, field):
-    return number(process, field) / 1024
-
-
 def wait_until_idle(process, timeout=600):
-    """Waits until no thread but the two lasting ones is left; the largest number seen."""
+    """Waits until only the lasting threads are left; returns the largest number seen."""
     deadline = time.monotonic() + timeout
     most = 0
     while True:
-        threads = number(process, "Threads")
+        threads = int(service_view.field(process, "Threads"))
         most = max(most, threads)
-        if threads == IDLE_THREADS:
+        if threads == service_view.IDLE_THREADS:
             return most
         if time.monotonic() > deadline:
             raise TimeoutError(f"the service still has {threads} threads")

@@ -4,6 +4,8 @@
 import statistics
 
 import service
+from lab.releases import release
+from lab.service_view import mebibytes
 
 ROUNDS = 3
 SIZES = {"1.1": 10, "1.2": 500}  # MiB of each version's package
@@ -16,20 +18,20 @@ def peak(machine, tree, version):
     machine.send("CHECK")
     machine.wait_for_log(f"{version} staged and verified", 300, after=lines)
     service.wait_until_idle(process)
-    return service.mebibytes(process, "VmHWM")
+    return mebibytes(process, "VmHWM")
 
 
 def main():
     service.build()
     peaks = {version: [] for version in SIZES}
     fresh = []
-    with service.scratch() as folder, service.machine_with_service(folder) as machine:
-        trees = {version: service.release(folder, version, size)
+    with service.scratch() as built, service.machine_with_service(built) as machine:
+        trees = {version: release(version, "--ballast", str(size), built=built)
                  for version, size in SIZES.items()}
         for tree in trees.values():
             machine.publish(tree, offer=False)
         for _ in range(ROUNDS):
-            fresh.append(service.mebibytes(service.restart(machine), "VmHWM"))
+            fresh.append(mebibytes(service.restart(machine), "VmHWM"))
             for version, tree in trees.items():
                 peaks[version].append(peak(machine, tree, version))
     small, large = (statistics.median(peaks[version]) for version in SIZES)

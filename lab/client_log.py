@@ -1,26 +1,36 @@
-"""What the stand-in clients of a machine have written down about themselves."""
+"""What the stand-in clients of a machine write into their log."""
 
 import json
 import re
+from typing import NamedTuple
 
 CLIENT_LOG = "/var/log/vantrell-harbor-client.log"
 
 
+class ClientStart(NamedTuple):
+    """One start of a client, as it wrote it down."""
+
+    pid: int
+    uid: int
+    arguments: list
+    environment: list  # NAME=value
+
+
 def client_starts(machine, version):
-    """Pid, owner, arguments and environment of each client of a version, in the order of starts."""
+    """A ClientStart for each client of a version, in the order of the starts."""
     records = re.findall(rf"^\[{re.escape(version)} pid (\d+) uid (\d+)\] start argv (.*) "
                          "environment (.*)$", machine.read(CLIENT_LOG), re.MULTILINE)
-    return [(int(pid), int(uid), json.loads(arguments)[1:], json.loads(environment))
+    return [ClientStart(int(pid), int(uid), json.loads(arguments)[1:], json.loads(environment))
             for pid, uid, arguments, environment in records]
 
 
 def wait_for_client(machine, pattern):
     """Waits for a line of the clients' log that matches a regular expression of grep."""
     wait = 'until grep -q -- "$0" "$1"; do sleep 0.05; done'
-    machine.run(["sh", "-c", wait, pattern, CLIENT_LOG])
+    machine.run(["sh", "-c", wait, pattern, CLIENT_LOG], timeout=120)
 
 
 def running(machine, client):
-    """Returns a client that was started, once it listens to signals."""
+    """Returns a client that was started, once it handles signals."""
     wait_for_client(machine, rf"^\[[^ ]* pid {client.pid_inside} .* start argv")
     return client

@@ -1,4 +1,4 @@
-"""A throw-away Debian machine: booted in under a second, gone without a trace."""
+"""A throw-away Debian machine. It boots in about a second and leaves nothing on the host."""
 
 import fcntl
 import os
@@ -19,8 +19,8 @@ LAB = pathlib.Path(__file__).resolve().parent
 SERVICE = "vantrell-harbor-updated.service"
 SOCKET = "/run/vantrell/update.sock"
 NAME_PREFIX = "vantrell-lab-"
-BOOT_LIMIT = 60  # seconds, for a host with many machines on few cores
-# What a process gets that is not told otherwise: nothing of the host's environment.
+BOOT_LIMIT = 180  # seconds, for a host with many machines on few cores
+# The environment of every process, unless the caller adds to it. Nothing comes from the host's.
 BASE_ENVIRONMENT = {"PATH": "/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin",
                     "LANG": "C.UTF-8"}
 
@@ -44,17 +44,17 @@ def missing_requirements():
 
 
 def image_path():
-    """Path of the image; makes it when there is none for the present recipe."""
+    """Path of the image; makes it if none exists for the present recipe."""
     return subprocess.run([LAB / "image.sh"], check=True, stdout=subprocess.PIPE,
                           text=True).stdout.strip()
 
 
 def _remove_leftovers():
-    """Removes what a run left whose every process was killed: empty folders and control groups."""
+    """Removes empty folders and control groups of runs whose processes were all killed."""
     for folder in pathlib.Path(tempfile.gettempdir()).glob(NAME_PREFIX + "*"):
         try:
             if time.time() - folder.stat().st_mtime < 60:
-                continue  # perhaps being made right now, and not locked yet
+                continue  # another run may be making it, and has not locked it yet
             with open(folder / "lock") as lock:
                 fcntl.flock(lock, fcntl.LOCK_EX | fcntl.LOCK_NB)
                 subprocess.run(["unshare", "--mount", "sh", "-c",
@@ -63,14 +63,14 @@ def _remove_leftovers():
                                 "sh", folder.name], stderr=subprocess.DEVNULL)
                 shutil.rmtree(folder)
         except OSError:
-            continue  # in use, or another run was quicker
+            continue  # in use, or removed by another run
 
 
 class Machine(OutsideWorld):
     """One booted machine, for use in a with statement. Several may run at the same time.
 
-    `name` is its own on the host, `boot_seconds` how long the boot took, and `leader` the host's
-    pid of its process 1. What the machine sees of the network stands in OutsideWorld.
+    `name` is unique on the host. `boot_seconds` is the duration of the boot. `leader` is the pid
+    of the machine's process 1 as the host sees it. OutsideWorld is the network of the machine.
     """
 
     def __enter__(self):
@@ -95,7 +95,7 @@ class Machine(OutsideWorld):
     def _boot(self):
         with socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM) as notify:
             notify.bind(self._folder + "/notify")
-            # Held by the other side alone, which is the one to live to the end.
+            # Only the child keeps the lock: it lives as long as the machine.
             with open(self._folder + "/lock", "w") as lock:
                 fcntl.flock(lock, fcntl.LOCK_EX)
                 self._holder = subprocess.Popen(
@@ -106,7 +106,7 @@ class Machine(OutsideWorld):
             self._wait_until_booted(notify)
         groups = pathlib.Path(f"/proc/{self._holder.pid}/root/sys/fs/cgroup/{self.name}/payload")
         self.leader = int((groups / "init.scope/cgroup.procs").read_text().split()[0])
-        # Where processes live that belong to no unit; the machine's manager knows nothing of it.
+        # Holds the processes that belong to no unit. The machine's manager cannot see it.
         self.entrance = groups / "lab"
         self.entrance.mkdir()
         self._bell = socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM)
@@ -129,7 +129,7 @@ class Machine(OutsideWorld):
             os.close(ended)
 
     def close(self):
-        """Ends the machine at once, as by pulling the plug. May be called twice."""
+        """Ends the machine at once, like a power cut. May be called twice."""
         self.close_outside_world()
         if hasattr(self, "_bell"):
             self._bell.close()
@@ -142,19 +142,20 @@ class Machine(OutsideWorld):
     # Processes
 
     def popen(self, command, user=None, env=None, group=None, **options):
-        """Starts a list of arguments or a shell line; a Process, which ends with this program.
+        """Starts a list of arguments or a shell line; returns a Process.
 
-        It belongs to no unit and no session, unless `group` names a control group of the machine.
-        `user` is the owner; `env` comes on top of a plain environment. `options` go to Popen.
+        It ends with this program. It belongs to no unit and no session, unless `group` names a
+        control group of the machine. `user` is the owner. `env` is added to BASE_ENVIRONMENT.
+        `options` go to Popen.
         """
         return Process(self, command, user, {**BASE_ENVIRONMENT, **(env or {})}, group, **options)
 
-    def run(self, command, user=None, env=None, input=None, check=True, timeout=60, group=None,
+    def run(self, command, user=None, env=None, input=None, check=True, timeout=120, group=None,
             binary=False):
         """Runs a command to its end and returns what it printed, both streams together.
 
-        A failure raises CalledProcessError; with check=False the output is returned all the same.
-        The output is text, bytes that are no UTF-8 as surrogates, or `binary`.
+        A failure raises CalledProcessError; with check=False the output is returned anyway.
+        The output is text, with surrogates for bytes that are not UTF-8. `binary` returns bytes.
         """
         data = input.encode() if isinstance(input, str) else input
         with self.popen(command, user, env, group, stdout=subprocess.PIPE,
@@ -168,12 +169,12 @@ class Machine(OutsideWorld):
         text = printed.decode(errors="surrogateescape")
         if check and process.returncode != 0:
             error = subprocess.CalledProcessError(process.returncode, command, text)
-            error.add_note(text)  # or nobody sees why
+            error.add_note(text)  # the message does not show the output
             raise error
         return printed if binary else text
 
     def shell(self):
-        """A root shell in the machine, on this program's terminal."""
+        """Runs a root shell in the machine, on the terminal of this program."""
         with self.popen(["bash", "--login"], env={"TERM": os.environ.get("TERM", "dumb")},
                         stdin=None) as process:
             process.wait()
@@ -193,13 +194,13 @@ class Machine(OutsideWorld):
         return self.run(["cat", "--", path])
 
     def write(self, path, content, mode=0o644, owner="root"):
-        """Replaces a file in one step, making its folders; text or bytes."""
+        """Replaces a file atomically and makes its folders. `content` is text or bytes."""
         script = ('mkdir -p "$(dirname "$0")"; new=$(mktemp "$0.XXXXXX"); cat >"$new"; '
                   'chown "$2" "$new"; chmod "$1" "$new"; mv -T "$new" "$0"')
         self.run(["sh", "-ec", script, path, f"{mode:o}", owner], input=content)
 
     def push(self, host_path, path, mode=None):
-        """Copies a file of the host into the machine; its mode comes along unless given."""
+        """Copies a file of the host into the machine, with its mode unless one is given."""
         source = pathlib.Path(host_path)
         self.write(path, source.read_bytes(), mode or source.stat().st_mode & 0o7777)
 
@@ -209,25 +210,25 @@ class Machine(OutsideWorld):
     # Packages
 
     def install(self, deb, *options):
-        """Installs a package file of the host as its administrator would; returns what apt said."""
+        """Installs a package file of the host with apt-get; returns what that printed."""
         target = "/var/tmp/" + os.path.basename(deb)
         self.push(deb, target, 0o644)
         return self.run(["apt-get", "install", "--yes", *options, target],
                         env={"DEBIAN_FRONTEND": "noninteractive"}, timeout=300)
 
     def version_of(self, package):
-        """The version installed, as dpkg gives it; empty if there is none."""
+        """The installed version, as dpkg gives it; empty if the package is not installed."""
         return self.run(["dpkg-query", "--show", "--showformat=${Version}", package],
                         check=False) if self.succeeds(["dpkg-query", "--show", package]) else ""
 
     # Users
 
     def login(self, user, seat="seat0", remote_host=None, graphical=True):
-        """Logs a user in; on a seat the new session is the active one. See Session."""
+        """Logs a user in. On a seat, the new session becomes the active one. See Session."""
         return Session(self, user, seat, remote_host, graphical)
 
     def linger(self, user):
-        """Keeps the user's manager running without any session; it runs when this returns."""
+        """Starts the user's manager and keeps it running without a session."""
         self.run(f'loginctl enable-linger {user} && systemctl start "user@$(id -u {user}).service"')
 
     # The service under test
@@ -235,7 +236,7 @@ class Machine(OutsideWorld):
     def send(self, request, user=None, session=None, timeout=60):
         """Sends one line to the control socket and returns the reply without its line feed.
 
-        The peer is a process of root, of `user` outside of any session, or of a `session`.
+        The peer is a process of root, of `user` outside every session, or of a `session`.
         """
         run = session.run if session else self.run
         who = {} if session else {"user": user}
@@ -243,18 +244,18 @@ class Machine(OutsideWorld):
                    **who).removesuffix("\n")
 
     def log(self):
-        """All lines the service has written up to now, those of its child processes included."""
+        """All lines that the service and its child processes have written so far."""
         return self.run("journalctl --sync; journalctl --quiet --output=cat "
                         f"_SYSTEMD_UNIT={SERVICE}").splitlines()
 
-    def wait_for_log(self, text, timeout=30, after=0):
+    def wait_for_log(self, text, timeout=120, after=0):
         """Waits for a line of the service with `text` in it, and returns it.
 
-        The first `after` lines do not count: take len(machine.log()) before the act.
+        The first `after` lines are skipped. The caller gets that number from len(machine.log()).
         """
         deadline = time.monotonic() + timeout
         while True:
-            self._silence_bell()  # first, so that a line behind the reading rings anew
+            self._silence_bell()  # before reading, so that a later line rings it again
             lines = self.log()
             found = [line for line in lines[after:] if text in line]
             if found:
@@ -263,7 +264,7 @@ class Machine(OutsideWorld):
             if left <= 0:
                 raise AssertionError(f"no line with {text!r} within {timeout} s; the log:\n  "
                                      + "\n  ".join(lines))
-            # Another thread may have silenced the bell that rang for us.
+            # At most a second: another thread may have silenced the bell meanwhile.
             select.select([self._bell], [], [], min(left, 1))
 
     def _silence_bell(self):
@@ -271,5 +272,5 @@ class Machine(OutsideWorld):
             self._bell.recv(1)
 
     def journal(self, unit=SERVICE):
-        """All lines about a unit, with the words of the service manager and time stamps."""
+        """All lines about a unit with time stamps, those of the service manager included."""
         return self.run(["journalctl", "--quiet", "--output=short-precise", "--unit", unit])

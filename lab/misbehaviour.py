@@ -1,4 +1,4 @@
-"""Answers that no decent web server gives."""
+"""A web server that gives wrong answers on purpose."""
 
 import http.server
 import os
@@ -48,10 +48,10 @@ class _Handler(http.server.BaseHTTPRequestHandler):
 
 
 class MisbehavingServer(socketserver.ThreadingMixIn, socketserver.UnixStreamServer):
-    """Stands behind nginx and serves the paths that are to go wrong; runs in threads of its own."""
+    """Serves the paths that must fail; nginx forwards them. Runs in threads of its own."""
 
     daemon_threads = True
-    request_queue_size = 128  # as many may come at once as a service has passes
+    request_queue_size = 128  # each pass of the service may send one at the same time
     block_on_close = False
 
     def __init__(self, socket_path):
@@ -69,7 +69,7 @@ class MisbehavingServer(socketserver.ThreadingMixIn, socketserver.UnixStreamServ
             pass
 
     def handle_error(self, *_):
-        pass  # nginx went away because its client did
+        pass  # nginx closes its connection when its client does
 
     def add(self, host, path, how, content):
         came = threading.Event()
@@ -88,7 +88,7 @@ class MisbehavingServer(socketserver.ThreadingMixIn, socketserver.UnixStreamServ
 
 
 def serve_by_hand(machine):
-    """A server on port 8443 of every host; its pipes are the one connection that it takes."""
+    """A server on port 8443 of every host. It accepts one connection; its pipes carry that."""
     server = machine.popen(["openssl", "s_server", "-quiet", "-naccept", "1", "-accept", "8443",
                             "-cert", "/etc/lab/server.crt", "-key", "/etc/lab/server.key"],
                            stdin=subprocess.PIPE, stdout=subprocess.PIPE, bufsize=0)
@@ -96,8 +96,12 @@ def serve_by_hand(machine):
     return server
 
 
+def answer_by_hand(server, body):
+    server.stdin.write(b"HTTP/1.1 200 OK\r\nContent-Length: %d\r\n\r\n%s" % (len(body), body))
+
+
 def request_to(server, end):
-    """The bytes of the request that ends so."""
+    """Reads the request until it ends with the bytes `end`; returns it as text."""
     got = b""
     while not got.endswith(end):
         assert (piece := server.stdout.read(65536)), f"the request ends with {got}"

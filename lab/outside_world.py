@@ -1,4 +1,4 @@
-"""What a machine sees of the network: update server, download host, witnesses, all on loopback."""
+"""The network of a machine: update server, download host and witnesses, all on loopback."""
 
 import collections
 import io
@@ -17,11 +17,11 @@ WITNESSES = [(DOWNLOADS, "/witness"), (STORAGE, "/vantrell-update-witness"), (BL
 
 ADDRESSES = {UPDATES: "127.0.0.11", DOWNLOADS: "127.0.0.12", STORAGE: "127.0.0.13",
              BLOBS: "127.0.0.14"}
-# Where a host that misbehaves as a whole is moved to.
+# The address that a host gets when the whole of it must fail.
 MISBEHAVING_ADDRESSES = {
     "wrong name": "127.0.0.21",  # a certificate of the known authority for another host
-    "unknown authority": "127.0.0.22",  # the right name, signed by nobody we know
-    "mute": "127.0.0.23",  # takes connections and says nothing, not even in the handshake
+    "unknown authority": "127.0.0.22",  # the right name, signed by an unknown authority
+    "mute": "127.0.0.23",  # accepts connections and sends nothing, not even a handshake
     "not listening": "127.0.0.24",
     "no such host": None,
 }
@@ -30,7 +30,7 @@ Request = collections.namedtuple("Request", "scheme host method uri status agent
 
 
 class OutsideWorld:
-    """The part of Machine that stands for the servers. Documents lie below /srv/lab/HOST/."""
+    """The part of Machine that controls the servers. Documents are below /srv/lab/HOST/."""
 
     def open_outside_world(self):
         self._moved = {}
@@ -51,7 +51,10 @@ class OutsideWorld:
         self.run(["rm", "-f", self.document(UPDATES, "/offer.json")])
 
     def publish(self, tree, offer=True):
-        """Adds a release, as publish-release lays it out, to what the hosts serve, and offers it."""
+        """Adds the release in `tree` to what the hosts serve, and offers it.
+
+        publish-release makes such a tree.
+        """
         tree = pathlib.Path(tree)
         places = {tree / "downloads": DOWNLOADS}
         for number, (host, base) in enumerate(WITNESSES, 1):
@@ -66,20 +69,20 @@ class OutsideWorld:
 
     @staticmethod
     def document(host, path):
-        """The file inside the machine behind a URL; the offer is UPDATES, "/offer.json"."""
+        """The file inside the machine that a URL names; the offer is UPDATES, "/offer.json"."""
         return f"/srv/lab/{host}{path}"
 
     # What was asked
 
     def requests(self):
-        """Every request answered since the start or forget_requests(), in order, as records."""
-        # nginx works on one thing after the other: once this is answered the log is complete.
+        """Every request answered since the start or forget_requests(), in order, as a Request."""
+        # nginx handles one request at a time: once this is answered, the log is complete.
         self.run(["nc", "-U", "/run/lab/offer.sock"], input="GET / HTTP/1.0\r\n\r\n")
         lines = self.read("/var/log/nginx/lab.log").splitlines()
         return [Request(**json.loads(line)) for line in lines]
 
     def request_lines(self):
-        """The same in the form "host METHOD /uri status"; status 444 means closed unanswered."""
+        """The same as text "host METHOD /uri status"; 444: closed without an answer."""
         return [("http:" if request.scheme == "http" else "") +
                 f"{request.host} {request.method} {request.uri} {request.status}"
                 for request in self.requests()]
@@ -93,12 +96,12 @@ class OutsideWorld:
     def misbehave(self, host, path, how):
         """Makes one path of a host misbehave, or the whole host if `path` is None.
 
-        A path (the check is CHECK_PATH): a number is the status to answer with, bytes are other
-        content with status 200, a URL is a redirect there; "cut" ends in the middle of the true
-        content, "close" without an answer, "hang" says nothing until behave(). Returns an event
-        that is set as soon as a request for the path has come in.
+        For a path (the check is CHECK_PATH), `how` is a status to answer with, bytes to send with
+        status 200, or a URL to redirect to. "cut" stops in the middle of the true content, "close"
+        closes without an answer, "hang" sends nothing until behave(). Returns an event that is set
+        when a request for the path has come in.
 
-        A host: one of MISBEHAVING_ADDRESSES. Connections that stand already are not touched.
+        For a host, `how` is one of MISBEHAVING_ADDRESSES. Open connections are not affected.
         """
         if path is None:
             self._moved[host] = MISBEHAVING_ADDRESSES[how]
@@ -112,7 +115,7 @@ class OutsideWorld:
         return came
 
     def behave(self):
-        """Undoes every misbehave(), and lets go of the requests that hang."""
+        """Undoes every misbehave() and ends the requests that hang."""
         self._moved = {}
         self._write_hosts()
         self.run("rm -rf /srv/lab/misbehave/*")

@@ -3,16 +3,16 @@
 import os
 import subprocess
 
-# Runs inside, as root: joins a group, says its pid, closes that pipe and becomes the command.
+# Runs inside, as root: joins a group, writes its pid, closes that pipe and becomes the command.
 _BEGIN = ('[ -z "$0" ] || echo 0 >"/sys/fs/cgroup$0/cgroup.procs" || exit 125; '
           'echo $$ >&$1; exec {1}>&-; cd "$HOME"; shift; exec "$@"')
 
 
 class Process(subprocess.Popen):
-    """As Popen, with signals that reach the process itself and not the door it went in by.
+    """As Popen, but signals go to the process inside and not to the nsenter that started it.
 
-    `pid_inside` is its pid as the machine sees it. When this program ends, or the machine, the
-    process ends too. A line for the shell is one: what it starts does not get its signals.
+    `pid_inside` is its pid as the machine sees it. The process ends when this program or the
+    machine ends. A shell line is a process too: what it starts does not get its signals.
     """
 
     def __init__(self, machine, command, user, env, group, **options):
@@ -23,15 +23,15 @@ class Process(subprocess.Popen):
             become += ["--reuid", user, "--regid", user, "--init-groups"]
             env = {"HOME": f"/home/{user}", "USER": user, "LOGNAME": user, **env}
         reading, writing = os.pipe()
-        # The door stays in the lab's own group: a process that the machine's namespace cannot
-        # name, in a group that the machine's manager cares for, would confuse that manager.
+        # nsenter stays in the lab's own group. The machine's manager must not see it in one of its
+        # groups: it has no pid in the machine.
         enter = ["sh", "-c", 'echo 0 >"$0/cgroup.procs" && exec "$@"', machine.entrance,
                  "nsenter", "--target", machine.leader, "--mount", "--uts", "--ipc", "--net",
                  "--pid", "--cgroup", "--",
                  "bash", "-c", _BEGIN.replace("{1}", str(writing)), group or "", writing, *become]
         super().__init__([str(word) for word in [*enter, *command]], pass_fds=[writing],
                          env={"HOME": "/root", **env}, **{"stdin": subprocess.DEVNULL, **options})
-        self.args = command  # what messages name
+        self.args = command  # for error messages
         os.close(writing)
         with os.fdopen(reading) as announced:
             pid = announced.readline()
@@ -45,5 +45,5 @@ class Process(subprocess.Popen):
             return
         with open(f"/proc/{self.pid}/task/{self.pid}/children") as children:
             host_pid = children.read()
-        if host_pid:  # or it has ended, and the door has not noticed
+        if host_pid:  # empty when it has ended and nsenter has not noticed yet
             os.kill(int(host_pid), sig)

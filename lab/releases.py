@@ -1,7 +1,8 @@
-"""Packages and signed releases of the stand-in client: decent ones, and what no publisher makes.
+"""Packages and signed releases of the stand-in client, valid and invalid ones.
 
-VANTRELL_FLAVOUR says which build of the service they carry: release, asan or tsan; lab/build makes
-it. Packages and releases are made once and kept beside it.
+The environment variable VANTRELL_FLAVOUR names the build of the service in them: release (the
+default), asan or tsan. lab/build makes that build. Packages and releases are made once and kept in
+the folder of the build.
 """
 
 import fcntl
@@ -16,17 +17,17 @@ from lab.outside_world import DOWNLOADS, UPDATES, WITNESSES
 ROOT = pathlib.Path(__file__).resolve().parents[1]
 FLAVOUR = os.environ.get("VANTRELL_FLAVOUR", "release")
 BUILT = ROOT / "build/lab" / FLAVOUR
-KEYS = ROOT / "build/lab/keys"
+KEYS = BUILT.parent / "keys"
 FIRST_STAMP, NEXT_STAMP = "2026-10-11-2304", "2026-11-21-0900"
 COMPONENT = "client-linux-amd64"
 WITNESS_FILES = BLOCK, SIGNATURE, DIGEST = "release.block", "release.sig", f"{COMPONENT}.sha256"
 
 
-def cached(make, *key):
-    """What `make(folder)` puts into a folder that all runs share, made once for each key."""
+def cached(make, *key, built=BUILT):
+    """A folder that `make(folder)` filled. Made once for each key and shared by all runs."""
     digest = hashlib.sha256(repr(key).encode()).hexdigest()[:16]
-    BUILT.joinpath("made").mkdir(exist_ok=True)
-    folder = BUILT / "made" / digest
+    built.joinpath("made").mkdir(exist_ok=True)
+    folder = built / "made" / digest
     with open(f"{folder}.lock", "w") as lock:
         fcntl.flock(lock, fcntl.LOCK_EX)
         if not folder.exists():
@@ -38,30 +39,37 @@ def cached(make, *key):
     return folder
 
 
-def package(version, *options, stamp=FIRST_STAMP):
-    """Path of a client package; the options are lab/client/make-package's."""
-    service = BUILT / ("service" if stamp == FIRST_STAMP else "next-service")
+def package(version, *options, stamp=FIRST_STAMP, built=BUILT):
+    """Path of a client package. The options are those of lab/client/make-package.
+
+    `built` holds the build to pack (service/ and stand-in-client) and gets the package; the keys
+    of its releases are beside it, in keys/.
+    """
+    service = built / ("service" if stamp == FIRST_STAMP else "next-service")
     sources = [service, ROOT / "packaging", ROOT / "lab/client"]
     newest = max(path.stat().st_mtime_ns for root in sources for path in root.rglob("*"))
 
     def make(folder):
         subprocess.run([ROOT / "lab/client/make-package", "--version", version, "--client",
-                        BUILT / "stand-in-client", "--service-tree", service, "--output", folder,
+                        built / "stand-in-client", "--service-tree", service, "--output", folder,
                         *options], check=True, stdout=subprocess.DEVNULL)
 
-    return next(cached(make, "package", version, stamp, options, newest).glob("*.deb"))
+    return next(cached(make, "package", version, stamp, options, newest,
+                       built=built).glob("*.deb"))
 
 
-def release(version, *options, files=(), channel="prod", key="release-1", deb=None, **kind):
+def release(version, *options, files=(), channel="prod", key="release-1", deb=None, built=BUILT,
+            **kind):
     """Folder with a published release of package(version, *options) and of other `files`."""
-    deb = deb or package(version, *options, **kind)
+    deb = deb or package(version, *options, built=built, **kind)
 
     def make(folder):
         subprocess.run([ROOT / "publisher/publish-release", "--version", version, "--channel",
-                        channel, "--key", KEYS / f"{key}.pem", "--output", folder / "tree", deb,
-                        *files], check=True, stdout=subprocess.DEVNULL)
+                        channel, "--key", built.parent / f"keys/{key}.pem", "--output",
+                        folder / "tree", deb, *files], check=True, stdout=subprocess.DEVNULL)
 
-    return cached(make, "release", str(deb), version, channel, key, [str(f) for f in files]) / "tree"
+    names = [str(file) for file in files]
+    return cached(make, "release", str(deb), version, channel, key, names, built=built) / "tree"
 
 
 def fact(number, file, version="1.1"):
@@ -71,9 +79,9 @@ def fact(number, file, version="1.1"):
 
 
 def publish_by_hand(machine, files, key="release-1", block=None):
-    """Publishes and offers a release 1.1 that no decent publisher would make.
+    """Publishes and offers a release 1.1 that publish-release would refuse to make.
 
-    `files` are pairs of name and content; `block` stands for the true one. Returns the digest.
+    `files` are pairs of name and content; `block` replaces the true one. Returns the digest.
     """
     entries = [{"name": name, "sha256": hashlib.sha256(content).hexdigest(), "size": len(content),
                 "url": f"https://{DOWNLOADS}/packages/1.1/{number}"}

@@ -1,4 +1,4 @@
-"""A user's login session on a machine, made by PAM and kept by logind."""
+"""A login session of a user on a machine, opened through PAM and registered with logind."""
 
 import os
 import subprocess
@@ -6,10 +6,10 @@ import time
 
 
 class Session:
-    """A session that stands when the object does; ends with logout(), a with block or the machine.
+    """An open session; it ends with logout(), a with block or the machine.
 
-    `id` is logind's name for it, `environment` what a program started in it gets. Remote sessions
-    and those without a seat are never active on a seat.
+    `id` is its name in logind, `environment` that of the programs in it. Remote sessions and
+    sessions without a seat are never active on a seat.
     """
 
     def __init__(self, machine, user, seat, remote_host, graphical):
@@ -53,14 +53,14 @@ class Session:
         self._machine.run(["loginctl", "activate", self.id])
 
     def property(self, name):
-        """What logind says of the session, such as property("Active")."""
+        """A property of the session in logind, such as property("Active")."""
         return self._machine.run(["loginctl", "show-session", self.id, "--value", "--property",
                                   name]).rstrip("\n")
 
     def logout(self):
-        """Ends the session and every process in it; it is gone when this returns.
+        """Ends the session and every process in it before it returns.
 
-        The user's manager stays for ten seconds after the last session, as everywhere.
+        The user's manager stays for ten seconds after the last session.
         """
         if self._login.stdin.closed:
             return
@@ -68,9 +68,9 @@ class Session:
         self._login.wait()
         scope = os.path.basename(self._group)
         self._machine.run(["systemctl", "stop", scope], check=False)
-        # logind hears of the end from the service manager, and has no word for those who wait.
+        # The service manager tells logind of the end, and logind announces nothing: poll.
         record = f"/proc/{self._machine.leader}/root/run/systemd/sessions/{self.id}"
-        deadline = time.monotonic() + 10
+        deadline = time.monotonic() + 60
         while os.path.exists(record) and time.monotonic() < deadline:
             time.sleep(0.01)
         assert not os.path.exists(record), f"session {self.id} does not end"

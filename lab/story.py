@@ -1,4 +1,4 @@
-"""The story that demo.sh tells. Every claim at its end was tested on the way."""
+"""The demonstration that demo.sh runs. Each claim in its summary was checked during the run."""
 
 import json
 import signal
@@ -29,14 +29,14 @@ def say(text):
 
 
 def prove(claim, holds):
-    """Notes a claim that holds; ends the demo on one that does not."""
+    """Adds a claim that holds to the summary; ends the demo on one that does not."""
     if not holds:
         sys.exit(f"\nNOT PROVED: {claim}")
     proved.append(claim)
 
 
 class LiveLog:
-    """Shows the service's log as it grows, and waits for lines of it."""
+    """Prints the service's log as it grows, and waits for lines of it."""
 
     def __init__(self, machine):
         self._lines = []
@@ -57,9 +57,9 @@ class LiveLog:
         return len(self._lines)
 
     def wait(self, text, mark, meanwhile="waiting", limit=90):
-        """Waits for a line with `text` behind the mark, with a sign of life while nothing comes.
+        """Waits for a line with `text` after the mark; prints `meanwhile` every five seconds.
 
-        Ends the demo when it does not come.
+        Ends the demo when no such line comes within `limit` seconds.
         """
         started = last = time.monotonic()
         while True:
@@ -77,7 +77,7 @@ class LiveLog:
 
 
 def start_client(machine):
-    """Alice logs in at the screen and starts the client in her session."""
+    """Logs alice in on the seat and starts the client in her session."""
     session = machine.login("alice")
     client = session.start([CLIENT, *ARGUMENTS])
     return session, client
@@ -89,7 +89,7 @@ def running_clients(machine):
 
 
 def tell_of_a_good_release(machine, log):
-    heading("1. Client 1.0 runs in alice's session at the screen.")
+    heading("1. Client 1.0 runs in alice's session on the seat.")
     machine.write(CLIENT_LOG, "", 0o666)
     session, client = start_client(machine)
     wait_for_client(machine, "start argv")
@@ -113,8 +113,8 @@ def tell_of_a_good_release(machine, log):
     say("published  " + published.strip())
     prove("the staged file is the published one", staged == published)
 
-    heading("3. Alice says yes: her client asks for the install and exits. The window does not "
-            "bind her.")
+    heading("3. Alice agrees: her client requests the install and exits. The window does not "
+            "apply to her.")
     shut_window(machine)
     say("> WINDOW    " + machine.send("WINDOW"))
     mark = log.mark()
@@ -125,11 +125,12 @@ def tell_of_a_good_release(machine, log):
           machine.version_of("vantrell-harbor") == "1.1" and len(running_clients(machine)) == 1)
     record = [line for line in machine.read(CLIENT_LOG).splitlines() if line.startswith("[1.1 ")]
     say(record[0].split(" environment")[0])
-    prove("it came back as alice's, with its old arguments and display",
+    prove("the new client runs as alice, with its old arguments and display",
           "uid 1001" in record[0] and json.dumps(ARGUMENTS[1]) in record[0]
           and "DISPLAY=:0" in record[0])
 
-    heading("4. The service came along in the package. It ends, and systemd starts the new build.")
+    heading("4. The package brought a new build of the service. The old one ends, and systemd "
+            "starts the new one.")
     line = log.wait("listening on", mark)
     status = machine.read(EXIT_STATUS).strip()
     say(f"exit status of the old build: {status}")
@@ -156,11 +157,12 @@ def tell_of_a_tampered_offer(machine, log):
         say("  " + line)
     prove("an offer altered after signing is refused before a byte of it is fetched",
           len(requests) == 4 and not any("/packages/" in line for line in requests))
-    prove("and leaves nothing on disk", not machine.exists(f"{STATE}/client-staging/1.2"))
+    prove("a refused offer leaves nothing on disk",
+          not machine.exists(f"{STATE}/client-staging/1.2"))
 
 
 def tell_of_a_bad_release(machine, log):
-    heading("6. Alice logs in afresh. Release 1.3 is signed and proved, but its client dies.")
+    heading("6. Alice logs in again. Release 1.3 is signed and proved, but its client dies.")
     _, client = start_client(machine)
     mark = log.mark()
     machine.publish(release("1.3", "--behaviour", "die-after 3"))
@@ -174,8 +176,8 @@ def tell_of_a_bad_release(machine, log):
     say(f"installed now: {version}")
     for line in running_clients(machine):
         say(line)
-    prove("a release whose client does not stay is taken back", version == "1.1")
-    prove("and alice has her client again", len(running_clients(machine)) == 1)
+    prove("a release whose client does not stay is rolled back", version == "1.1")
+    prove("the previous client runs again for alice", len(running_clients(machine)) == 1)
 
 
 def main():
@@ -193,11 +195,11 @@ def main():
         tell_of_a_good_release(machine, log)
         tell_of_a_tampered_offer(machine, log)
         tell_of_a_bad_release(machine, log)
-        heading("What this run has proved:")
+        heading("This run has proved:")
         for claim in proved:
             say("- " + claim)
         if "--keep" in sys.argv[1:]:
-            heading("The machine is yours until you leave this shell (exit).")
+            heading("The machine stays until you leave this shell (exit).")
             machine.shell()
 
 
