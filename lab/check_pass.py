@@ -1,30 +1,41 @@
-"""One check pass seen from all sides."""
+"""Runs a check pass and collects what can be observed afterwards."""
 
-from lab.machine import SERVICE
+from typing import NamedTuple
+
 from lab.outside_world import CHECK_PATH, UPDATES
 from lab.releases import COMPONENT, WITNESS_FILES, fact
-from lab.service_view import ask, kept, wait_for_passes
+from lab.service_view import ask, kept, restart, wait_for_passes
 
 CHECKED = f"{UPDATES} POST {CHECK_PATH} 200"
 VERIFIED = "[Update] digest signature verified against release key"
 AGREED = f"[Update] 1.1/{COMPONENT} signed by a release key and agreed by 3/3 witnesses"
 STAGED = "[UpdateSvc] 1.1 staged and verified"
-NOTHING = ["client-staging 755", "install-id 644"]  # is kept of what was refused
+NOTHING = ["client-staging 755", "install-id 644"]  # is kept of a release that was refused
+
+
+class Pass(NamedTuple):
+    """What can be observed after a pass."""
+
+    log: list  # the lines of this pass
+    status: str  # the reply to STATUS
+    requests: list  # in the form of Machine.request_lines()
+    kept: list  # in the form of kept()
 
 
 def asked(answers=9):
-    """The requests of a pass over 1.1 that got so many good answers from the witnesses."""
+    """The requests of a pass over 1.1 in which the witnesses gave this many good answers."""
     facts = [fact(number, file) for number in (1, 2, 3) for file in WITNESS_FILES]
     return [CHECKED] + [f"{host} GET {path} 200" for host, path in facts[:answers]]
 
 
 def refused(why):
+    """The two log lines of a refusal."""
     return [f"[UpdateSvc] 1.1 refused: {why}", f"[UpdateSvc] refused: {why}"]
 
 
 def check(machine):
-    """Runs one pass to its end; the lines it logged."""
-    ask(machine, "STATUS")  # once this is answered the service has said all about its start
+    """Runs one pass to its end; returns the lines that it logged."""
+    ask(machine, "STATUS")  # once this is answered, the lines of the start are in the log
     start = len(machine.log())
     assert ask(machine, "CHECK") == "OK checking"
     wait_for_passes(machine)
@@ -32,14 +43,7 @@ def check(machine):
 
 
 def first_pass(machine):
-    """Runs the first pass of a new process: its log, the status, its requests, what it left."""
-    machine.run(["systemctl", "restart", SERVICE])
+    """Restarts the service and runs a pass; returns a Pass."""
+    restart(machine)
     machine.forget_requests()
-    return check(machine), ask(machine, "STATUS"), machine.request_lines(), kept(machine)
-
-
-def expect_refusal(machine, given, log, why, requests):
-    """The first pass refuses 1.1 in these words, after these requests, and leaves nothing."""
-    assert (given, *first_pass(machine)) == (
-        given, [*log, *refused(why)], f"IDLE - refused: {why}", requests, NOTHING)
-    machine.behave()
+    return Pass(check(machine), ask(machine, "STATUS"), machine.request_lines(), kept(machine))

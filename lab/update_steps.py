@@ -1,11 +1,11 @@
-"""The steps of an update: stage it, ask for its install, read what the service said of it."""
+"""The steps of an update: stage it, request its install, read the service's log lines."""
 
 import signal
 import time
 
 from lab.client_log import running
 from lab.releases import release
-from lab.service_view import CONFIG
+from lab.service_view import CONFIG, PASS_LIMIT, restart
 
 
 def shut_window(machine):
@@ -15,20 +15,26 @@ def shut_window(machine):
     return f"{far:02}:00-{far:02}:30 local"
 
 
-def stage(machine, version, *options, **kind):
-    """Publishes and offers release(...); it is staged when this returns."""
+def stage(machine, version, *options, fresh=True, **kind):
+    """Publishes and offers release(...); it is staged when this returns.
+
+    The service is restarted first: its own first pass then comes 60 seconds later and does not
+    overlap this one. `fresh=False` is for a process that must keep its state.
+    """
     machine.publish(release(version, *options, **kind))
+    if fresh:
+        restart(machine)
     lines = len(machine.log())
     assert machine.send("CHECK") == "OK checking"
-    machine.wait_for_log(f"{version} staged and verified", 120, lines)
+    machine.wait_for_log(f"{version} staged and verified", PASS_LIMIT, lines)
 
 
-def said(machine, after, last, timeout=120):
-    """What the service wrote after `after` lines, up to the line with `last` in it."""
+def said(machine, after, last, timeout=300):
+    """The service's log after `after` lines, up to the first line with `last` in it."""
     machine.wait_for_log(last, timeout, after)
     lines = machine.log()[after:]
     lines = lines[:next(i for i, line in enumerate(lines) if last in line) + 1]
-    # What the background thread tries a minute after the start comes wherever it comes.
+    # The background thread logs these a minute after the start, between any two other lines.
     return [line for line in lines
             if line != "[UpdateSvc] up to date" and not line.startswith("[UpdateSvc] holding: ")]
 
@@ -41,7 +47,7 @@ def request_apply(machine, session=None):
 
 
 def client_requests_apply(machine, client):
-    """The same from a client, which exits."""
+    """Has a client send APPLY and exit; returns the number of log lines before."""
     lines = len(machine.log())
     running(machine, client).send_signal(signal.SIGUSR1)
     return lines
