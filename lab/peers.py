@@ -1,0 +1,32 @@
+"""Processes of users in sessions of every kind, as peers of the control socket."""
+
+from functools import partial
+from typing import NamedTuple
+
+from lab.session import Session
+
+FAR_AWAY = {"remote_host": "192.0.2.7", "graphical": False}
+
+
+class Peers(NamedTuple):
+    """Sessions on the seat, and for each kind of peer a function like Machine.run."""
+
+    alice: Session  # the active one
+    bob: Session
+    alice_remote: Session
+    run: dict
+
+
+def log_in_everybody(machine):
+    """Opens the sessions; returns Peers."""
+    alice_remote = machine.login("alice", **FAR_AWAY)
+    bob, alice = machine.login("bob"), machine.login("alice")
+    group = f"/user.slice/user-1001.slice/session-{alice.id}.scope"
+    return Peers(alice, bob, alice_remote, {
+        "root": machine.run, "alice": alice.run, "bob": bob.run,
+        "remote alice": machine.login("alice", seat=None, **FAR_AWAY).run,
+        "remote alice on a seat": alice_remote.run,
+        "alice without a seat": machine.login("alice", seat=None, graphical=False).run,
+        "alice outside": partial(machine.run, user="alice"),
+        "bob outside": partial(machine.run, user="bob"),
+        "bob in alice's session": partial(machine.run, user="bob", group=group)})
