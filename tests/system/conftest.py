@@ -1,4 +1,4 @@
-"""Every test gets a machine of its own, with client 1.0 and the service installed from its package."""
+"""Gives every test a machine with client 1.0 and the service installed from a package."""
 
 import pathlib
 import sys
@@ -8,16 +8,16 @@ import pytest
 ROOT = pathlib.Path(__file__).resolve().parents[2]
 sys.path.insert(0, str(ROOT))
 
+from lab import sanitizers  # noqa: E402
 from lab.client_log import CLIENT_LOG  # noqa: E402
 from lab.machine import SERVICE, Machine, missing_requirements  # noqa: E402
-from lab.releases import FLAVOUR, package  # noqa: E402
+from lab.releases import package  # noqa: E402
 from lab.update_steps import shut_window  # noqa: E402
 
 NO_COPY = "[UpdateSvc] no rollback copy could be taken"
 RELAUNCHED = "[UpdateSvc] applied 1.1 and relaunched the client"
 UNJUDGED = "[UpdateSvc] applied 1.1; no console session to relaunch into"
 ENDED = ["[UpdateSvc] stopping for the new build", "ended with status 75"]  # see quiet_machine
-SANITIZER_WORDS = ("Sanitizer", "runtime error:")
 
 
 def pytest_collection_modifyitems(items):
@@ -30,13 +30,9 @@ def pytest_collection_modifyitems(items):
 def bare_machine():
     """A booted machine without the client."""
     with Machine() as machine:
-        if FLAVOUR == "tsan":
-            # The sanitizer cannot place its shadow memory in a randomised address space.
-            machine.write(f"/etc/systemd/system/{SERVICE}.d/tsan.conf",
-                          "[Service]\nExecStart=\n"
-                          "ExecStart=/usr/bin/setarch -R /usr/sbin/vantrell-harbor-updated\n")
+        sanitizers.prepare(machine)
         yield machine
-        reports = [line for line in machine.log() if any(w in line for w in SANITIZER_WORDS)]
+        reports = sanitizers.reports(machine)
         assert not reports, "\n".join(machine.log())
 
 
@@ -50,7 +46,7 @@ def machine(bare_machine):
 
 @pytest.fixture
 def quiet_machine(machine):
-    """Its window is shut at any time of day, and its log tells the service's exit status."""
+    """The window is shut at any time of day, and the log has the service's exit status."""
     shut_window(machine)
     machine.write(f"/etc/systemd/system/{SERVICE}.d/status.conf",
                   "[Service]\nExecStopPost=echo ended with status $EXIT_STATUS\n")
@@ -60,7 +56,7 @@ def quiet_machine(machine):
 
 @pytest.hookimpl(hookwrapper=True)
 def pytest_runtest_makereport(item, call):
-    """A failed test shows what the service said."""
+    """Adds the service's journal to the report of a failed test."""
     outcome = yield
     report = outcome.get_result()
     machine = item.funcargs.get("bare_machine") if hasattr(item, "funcargs") else None
