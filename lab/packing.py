@@ -1,0 +1,35 @@
+"""Runs the packaging recipe and the publishing tool, also on files that they must refuse."""
+
+import subprocess
+
+from lab.releases import BUILT, KEYS, ROOT
+
+_RECIPE = f"""rm -rf client service && mkdir -p client/usr/bin && cp -r {BUILT}/service .
+cp {BUILT}/stand-in-client client/usr/bin/vantrell-harbor
+%s
+exec {ROOT}/packaging/make-client-package --version 1 --client-tree client \\
+  --service-tree service --output made"""
+# Packages with a wrong name (P), version (V) and architecture (A), a damaged one, a short key.
+_PUBLISHER_FILES = """openssl genrsa -out short.pem 1024; echo >notes; mkdir -p root/DEBIAN
+pack() { printf "Package: $2\nVersion: $3\nArchitecture: $4\nMaintainer: m\nDescription: d\n" >new
+  mv new root/DEBIAN/control; dpkg-deb --build root $1.deb; }
+pack good vantrell-harbor 1.1 amd64; head -c -9 good.deb >cut.deb; pack P x 1.1 amd64
+pack V vantrell-harbor 1 amd64; pack A vantrell-harbor 1.1 all"""
+
+
+def run_recipe(folder, damage):
+    """Packs valid trees to which a shell line did some damage; returns the CompletedProcess."""
+    return subprocess.run(["sh", "-ec", _RECIPE % damage], cwd=folder, text=True,
+                          stderr=subprocess.PIPE)
+
+
+def make_publisher_files(folder):
+    """Makes good.deb for release 1.1 and other files, most of them invalid."""
+    subprocess.run(["sh", "-ec", _PUBLISHER_FILES], cwd=folder, check=True)
+
+
+def publish(folder, *arguments):
+    """Publishes release 1.1 of files in a folder to made/; returns the CompletedProcess."""
+    command = [ROOT / "publisher/publish-release", "--version", "1.1", "--channel", "prod", "--key",
+               KEYS / "release-1.pem", "--output", "made", *arguments]
+    return subprocess.run(command, cwd=folder, text=True, capture_output=True)
