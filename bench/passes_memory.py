@@ -1,3 +1,4 @@
+#!/usr/bin/python3
 """Resident memory after many check passes at once, with malloc_trim and without."""
 
 import statistics
