@@ -10,7 +10,8 @@ namespace fs = std::filesystem;
 TEST(Settings, AreReadTolerantly) {
   EXPECT_EQ(TrimSetting(" \t\n a b \t\r\n "), "\n a b");
   EXPECT_EQ(ParseChannel("BeTa"), "beta");
-  for (const char* text : {"", "beta2", "dev # test"}) EXPECT_EQ(ParseChannel(text), "prod") << text;
+  for (const char* text : {"", "beta2", "dev # test"})
+    EXPECT_EQ(ParseChannel(text), "prod") << text;
   EXPECT_EQ(ParseHost("https://host:8443/path//") + ParseHost("https://"), "host:8443/path");
   for (const char* host : {"", "http://h", "HTTPS://h"}) EXPECT_EQ(ParseHost(host), host);
 }

@@ -85,7 +85,7 @@ TEST(WitnessQuorum, AcceptsWhatIsSignedAndServedByAllThree) {
   Expect({.digest = " 8ADC" + Digest.substr(4) + "\r\n"}, 9, "none", Verified + "1" + accepted);
   for (const ReleaseKey& first : {Keys[0], Keys[2]}) {
     const Quorum quorum = {.signature = Data("release.sig2"), .keys = {first, Keys[1]}};
-    Expect(quorum, 9, "none", Verified + "2" + accepted);
+    Expect(quorum, 9, "none", (Verified + "2").append(accepted));
   }
 }
 

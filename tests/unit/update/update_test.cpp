@@ -2,10 +2,10 @@
 
 #include "base/file_content.h"
 #include "tests/unit/temporary_folder.h"
-#include "update/request_bodies.h"
 #include "update/host_inventory.h"
 #include "update/installed_record.h"
 #include "update/manifest.h"
+#include "update/request_bodies.h"
 #include "update/staging.h"
 
 namespace Vantrell {
