@@ -1,8 +1,7 @@
 #!/bin/sh
-# Builds the JSON benchmark into build/bench and runs it. Needs the package nlohmann-json3-dev.
+# Builds the JSON benchmark and runs it.
 set -eu
 cd "$(dirname "$0")/.."
-mkdir -p build/bench
-g++ -std=c++20 -O2 -I . -o build/bench/json_parse \
-  bench/json_parse.cpp json/json_parser.cpp json/json_value.cpp
+mkdir -p build/logs
+bench/build.sh >build/logs/bench.log 2>&1 || { cat build/logs/bench.log >&2; exit 1; }
 exec build/bench/json_parse

@@ -6,7 +6,6 @@
 // "limited" adds what a server needs to stop at once and to survive silent peers: a poll for a stop
 // together with the poll for a connection, and a time limit for each read and send.
 
-#define _GNU_SOURCE  // accept4
 #include <poll.h>
 #include <pthread.h>
 #include <stdint.h>
@@ -21,7 +20,7 @@
 static char reply[256];
 static int limited;
 
-static void* serve(void* argument) {
+static void* Serve(void* argument) {
   const int connection = (int)(intptr_t)argument;
   if (limited) {
     const struct timeval limit = {15, 0};
@@ -38,7 +37,7 @@ static void* serve(void* argument) {
 int main(int argc, char** argv) {
   struct sockaddr_un address = {.sun_family = AF_UNIX};
   if (argc < 3 || strlen(argv[1]) >= sizeof address.sun_path) return 2;
-  strcpy(address.sun_path, argv[1]);
+  memcpy(address.sun_path, argv[1], strlen(argv[1]) + 1);
   snprintf(reply, sizeof reply, "%s\n", argv[2]);
   limited = argc > 3;
 
@@ -55,7 +54,8 @@ int main(int argc, char** argv) {
     const int connection = accept4(listener, NULL, NULL, SOCK_CLOEXEC);
     pthread_t thread;
     if (connection < 0) continue;
-    if (pthread_create(&thread, NULL, serve, (void*)(intptr_t)connection) != 0) return 1;
+    // NOLINTNEXTLINE(performance-no-int-to-ptr): the number itself is the argument.
+    if (pthread_create(&thread, NULL, Serve, (void*)(intptr_t)connection) != 0) return 1;
     (void)pthread_detach(thread);
   }
 }

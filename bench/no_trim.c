@@ -2,7 +2,7 @@
 
 #include <stddef.h>
 
-int malloc_trim(size_t pad) {
+int malloc_trim(size_t pad) {  // NOLINT(readability-identifier-naming)
   (void)pad;
   return 0;
 }

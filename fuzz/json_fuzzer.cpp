@@ -1,8 +1,8 @@
 // Feeds arbitrary bytes to the JSON parser. A refusal must name a position in the text. An accepted
 // value must be equal after a dump and a second parse, except for the digits of its numbers.
 //
-//   clang++ -std=c++20 -g -O1 -fsanitize=fuzzer,address,undefined,float-cast-overflow -I .
-//     fuzz/json_fuzzer.cpp json/*.cpp -o build/json_fuzzer
+//   cmake --preset clang && cmake --build --preset clang --target json_fuzzer
+//   build/clang/fuzz/json_fuzzer -max_total_time=60
 
 #include <cmath>
 #include <cstdint>
