@@ -1,14 +1,22 @@
 #!/bin/bash
-# Builds and runs everything; the last line says how it went.
-#
-#   ./test.sh                  all of it
-#   ./test.sh checks           formatting, includes, shell scripts, static analysis
-#   ./test.sh unit             unit tests: plain with clang++, with g++ under the sanitizers
-#   ./test.sh system [NAME]    system tests on booted machines, those whose name holds NAME
-#
-# VANTRELL_FLAVOUR=asan or tsan runs system tests against a sanitized build of the service.
+# Builds the project, checks its sources and runs its tests.
 set -uo pipefail
 cd "$(dirname "$(readlink -f "$0")")" || exit
+
+usage() {
+  cat <<'TEXT'
+usage: ./test.sh                  everything
+       ./test.sh quick            C++ layout, includes, dev build, unit tests: seconds once built
+       ./test.sh checks           layout, includes, shell scripts, Python, static analysis
+       ./test.sh unit [NAME]      unit tests: with clang++, and with g++ under the sanitizers;
+                                  NAME: only tests whose name contains it, in the dev build
+       ./test.sh system [NAME]    system tests on booted machines;
+                                  NAME: only tests that `pytest -k NAME` selects
+
+Installs missing packages with apt-get. The last line says how many tests and checks passed.
+VANTRELL_FLAVOUR=asan or tsan runs unit and system tests in that sanitized build alone.
+TEXT
+}
 
 readonly Logs=$PWD/build/logs
 passed=0 failed=0 skipped=0
@@ -21,9 +29,9 @@ lose() { # NAME LOG
   failed=$((failed + 1))
 }
 
-# Counts one check that either holds or not; what it said is shown where it does not.
+# Runs one command as a check; its output is shown only if it fails.
 check() { # NAME COMMAND...
-  local name=$1 log=$Logs/${1//[^a-z0-9]/-}.log
+  local name=$1 log=$Logs/${1//[^a-zA-Z0-9]/-}.log
   shift
   if "$@" >"$log" 2>&1; then
     echo "ok      $name"
@@ -40,47 +48,54 @@ number_of() { # WORD LOG
   echo "${found:-0}"
 }
 
-build() { # PRESET [CMAKE OPTION...]
-  local preset=$1
-  shift
-  cmake --preset "$preset" -DBUILD_TESTING=ON "$@" && cmake --build --preset "$preset"
+# Ninja runs CMake by itself when a CMakeLists.txt has changed, but not for the presets.
+build() { # PRESET
+  if ! [ "build/$1/build.ninja" -nt CMakePresets.json ]; then
+    cmake --preset "$1" || return
+  fi
+  cmake --build --preset "$1"
 }
 
-# Counts every test of the preset's build, and a build that fails as one that failed.
-unit() { # PRESET
-  local log=$Logs/unit-$1.log
-  if ! build "$1" >"$log" 2>&1; then
-    lose "build $1" "$log"
+# Counts the tests of the preset's build, and a build that fails as one failed test.
+unit() { # PRESET [CTEST OPTION...]
+  local preset=$1 log=$Logs/unit-$1.log
+  shift
+  if ! build "$preset" >"$log" 2>&1; then
+    lose "build $preset" "$log"
     return
   fi
-  ctest --preset "$1" >"$log" 2>&1
+  ctest --preset "$preset" -j "$(nproc)" "$@" >"$log" 2>&1
   local result=$? total lost
   total=$(grep -oE 'tests failed out of [0-9]+' "$log" | grep -oE '[0-9]+$')
   lost=$(number_of 'tests failed' "$log")
-  echo "$([ $result = 0 ] && echo 'ok    ' || echo FAILED)  unit tests, $1: ${total:-0}, $lost failed"
+  # A run without any test is a failure, too.
+  [ "${total:-0}" -gt 0 ] || result=1 lost=1 total=1
+  echo "$([ $result = 0 ] && echo 'ok    ' || echo FAILED)  unit tests, $preset: $total, $lost failed"
   [ $result = 0 ] || tail -n 80 "$log"
-  # Not a single test is a failure too.
-  [ "${total:-0}" -gt 0 ] || lost=1 total=1
   passed=$((passed + total - lost))
   failed=$((failed + lost))
 }
 
-# Starts system tests in the background: they wait far more than they compute, and builds can
-# go on beside them.
-begin_system() { # FLAVOUR [PYTEST OPTION...]
-  local flavour=$1 log=$Logs/system-$1.log
-  shift
+pytest() { /usr/bin/python3 -m pytest -q -p no:cacheprovider "$@" tests/system; }
+
+# Starts system tests in the background, so that builds can run at the same time: the tests wait
+# far more than they compute.
+begin_system() { # FLAVOUR [NAME]
+  local flavour=$1 log=$Logs/system-$1.log options=(${2:+-k "$2"})
   system_job=
   if ! lab/build "$flavour" >"$log" 2>&1; then
     lose "build of the lab's service, $flavour" "$log"
     return
   fi
-  VANTRELL_FLAVOUR=$flavour /usr/bin/python3 -m pytest -q -p no:cacheprovider -n 6 \
-    --durations 5 "$@" tests/system >"$log" 2>&1 &
+  # Six workers take longer to start than a few tests take to run.
+  if [ -z "${2-}" ] || [ "$(pytest --collect-only -k "$2" | grep -c ::)" -gt 3 ]; then
+    options+=(-n 6 --durations 5)
+  fi
+  VANTRELL_FLAVOUR=$flavour pytest "${options[@]}" >"$log" 2>&1 &
   system_job=$!
 }
 
-# Waits for them, shows what they said and counts them.
+# Waits for the system tests, shows their output and counts them.
 end_system() { # FLAVOUR
   local log=$Logs/system-$1.log result=0 lost
   [ -n "$system_job" ] || return
@@ -94,52 +109,80 @@ end_system() { # FLAVOUR
   failed=$((failed + lost))
 }
 
-format_check() { git ls-files '*.h' '*.cpp' | xargs clang-format --dry-run -Werror; }
-shell_check() { grep -lrE '^#!/bin/(ba)?sh' --include='*' ./*.sh .ci lab packaging publisher scripts \
-  bench | xargs shellcheck; }
-tidy() { build clang && run-clang-tidy -quiet -j "$(nproc)" -p build/clang \
-  "^$PWD/(base|json|settings|trust|identity|update|apply|service)/"; }
+# Files of the project, those not yet added to git included.
+files() { # [PATTERN...]
+  local file
+  git ls-files --cached --others --exclude-standard -- "$@" | while read -r file; do
+    [ ! -f "$file" ] || echo "$file"
+  done
+}
+scripts_of() { # INTERPRETER, as an extended regular expression
+  files | xargs awk "FNR == 1 && /^#!.*\/($1)\$/ { print FILENAME }"
+}
+python_files() { { files '*.py'; scripts_of python3; } | sort -u; }
+
+cpp_layout() { files '*.h' '*.cpp' '*.c' | xargs clang-format --dry-run -Werror; }
+shell_check() { scripts_of '(ba)?sh' | xargs shellcheck; }
+python_lint() { python_files | xargs flake8; }
+python_layout() { python_files | xargs autopep8 --diff --exit-code --jobs 0; }
+tidy() { # Without a line for each file, so that the findings are at the end of the log.
+  build clang && run-clang-tidy -quiet -j "$(nproc)" -p build/clang "^$PWD/(?!build/)" 2>&1 |
+    sed '/^clang-tidy/d; / warnings\{0,1\} generated\.$/d'
+}
+
+quick() {
+  heading "Quick checks"
+  check 'C++ layout' cpp_layout
+  check 'includes' scripts/check-includes
+  unit dev
+}
 
 checks() {
   heading "Checks"
-  check 'formatting' format_check
+  check 'C++ layout' cpp_layout
   check 'includes' scripts/check-includes
   check 'shell scripts' shell_check
+  check 'Python' python_lint
+  check 'Python layout' python_layout
   check 'static analysis' tidy
 }
 
-unit_tests() {
+unit_tests() { # PRESETS [CTEST OPTION...]
   heading "Unit tests"
-  for preset in clang asan tsan; do unit $preset; done
+  local preset
+  for preset in $1; do unit "$preset" "${@:2}"; done
 }
 
-system_tests() { # FLAVOUR [PYTEST OPTION...]
+system_tests() { # FLAVOUR [NAME]
   heading "System tests on booted machines, $1"
   begin_system "$@"
   end_system "$1"
 }
 
 everything() {
-  # What runs all threads and reads all input, and one whole apply, under the sanitizers too.
+  # Under the sanitizers only tests that run all threads and read all input, and one whole apply.
   local sanitized='refusals or hostile or service or seat or road or each_user'
   begin_system release
   checks
-  unit_tests
+  unit_tests 'clang asan tsan'
   heading "System tests on booted machines, release"
   end_system release
-  system_tests asan -k "$sanitized"
-  system_tests tsan -k "$sanitized"
+  system_tests asan "$sanitized"
+  system_tests tsan "$sanitized"
 }
 
+case "${1-all} $#" in
+  '-h 1' | '--help 1') usage; exit ;;
+  'all 0' | 'all 1') run=(everything) ;;
+  'quick 1' | 'checks 1') run=("$1") ;;
+  'unit 1') run=(unit_tests "${VANTRELL_FLAVOUR:-clang asan tsan}") ;;
+  'unit 2') run=(unit_tests "${VANTRELL_FLAVOUR:-dev}" -R "$2") ;;
+  'system '[12]) run=(system_tests "${VANTRELL_FLAVOUR:-release}" "${2-}") ;;
+  *) usage >&2; exit 2 ;;
+esac
 scripts/install-prerequisites test || exit 1
 mkdir -p "$Logs"
-case "${1-all}" in
-  all) everything ;;
-  checks) checks ;;
-  unit) unit_tests ;;
-  system) system_tests "${VANTRELL_FLAVOUR:-release}" ${2:+-k "$2"} ;;
-  *) sed -n '2,10s/^# \{0,1\}//p' "$0"; exit 2 ;;
-esac
+"${run[@]}"
 
 echo
 line="$passed passed, $failed failed"
