@@ -12,7 +12,8 @@ int64_t SteadyNowMs() {
 }
 
 void SleepMs(Milliseconds time) {
-  timespec rest = {time / 1000, (time % 1000) * 1000000};
+  constexpr long NanosecondsPerMs = 1000000;
+  timespec rest = {time / 1000, (time % 1000) * NanosecondsPerMs};
   while (nanosleep(&rest, &rest) != 0 && errno == EINTR) {
   }
 }
