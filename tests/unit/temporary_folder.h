@@ -1,6 +1,6 @@
 #pragma once
 
-// A directory of a test's own, gone with all that is in it when the test ends.
+// A directory of a test's own, removed at the end of the test.
 
 #include <gtest/gtest.h>
 
@@ -19,7 +19,7 @@ class TemporaryFolder {
 
   std::string Path(const std::string& name) const { return root_ + "/" + name; }
 
-  // Writes a file, with the directories above it, and gives its path.
+  // Writes a file, makes the directories above it, and returns its path.
   std::string Write(const std::string& name, const std::string& content) const {
     std::filesystem::create_directories(std::filesystem::path(Path(name)).parent_path());
     std::ofstream(Path(name), std::ios::binary) << content;

@@ -1,0 +1,13 @@
+#include "apply/client_replacement.h"
+
+#include <gtest/gtest.h>
+
+namespace Vantrell {
+
+TEST(KioskClient, RunsInASystemUnit) {
+  EXPECT_TRUE(IsKioskClient({0, 0, {}, {}, "kiosk.service"}));
+  EXPECT_FALSE(IsKioskClient({0, 0, {}, {}, "user@1.service"}));
+  EXPECT_FALSE(IsKioskClient({0, 0, {}, {}, "session-1.scope"}));
+}
+
+}  // namespace Vantrell

@@ -1,0 +1,55 @@
+#include "update/https_transport.h"
+
+#include <curl/curl.h>
+#include <dlfcn.h>
+
+#include <map>
+
+#include "tests/unit/temporary_folder.h"
+#include "update/staging.h"
+
+namespace Vantrell {
+namespace {
+
+std::map<CURLoption, long> options;            // the last value of each
+CURLoption refusedOption = CURLOPT_LASTENTRY;  // none
+
+std::string ErrorOfGet() {
+  std::string error;
+  std::string body;
+  EXPECT_FALSE(FetchToString("https://127.0.0.1:1/", body, error));
+  return error;
+}
+
+}  // namespace
+
+// Takes the place of libcurl's function in the test program. A long is as wide as a pointer.
+CURLcode RecordOption(CURL* handle, CURLoption option, long value) __asm__("curl_easy_setopt");
+CURLcode RecordOption(CURL* handle, CURLoption option, long value) {
+  static const auto real =
+      reinterpret_cast<decltype(&curl_easy_setopt)>(dlsym(RTLD_NEXT, "curl_easy_setopt"));
+  options[option] = value;
+  return option == refusedOption ? CURLE_UNKNOWN_OPTION : real(handle, option, value);
+}
+
+TEST(HttpsTransport, FailsWithoutItsProtocolLimits) {
+  const std::string words = "An unknown option was passed in to libcurl";
+  for (const CURLoption option : {CURLOPT_REDIR_PROTOCOLS_STR, CURLOPT_PROTOCOLS_STR}) {
+    refusedOption = option;
+    EXPECT_EQ(ErrorOfGet(), "download failed, " + words) << option;
+  }
+  EXPECT_EQ(HttpsPostJson("127.0.0.1:1", "/", "", "", 2000).error, "curl error " + words);
+  refusedOption = CURLOPT_LASTENTRY;
+}
+
+TEST(HttpsTransport, LimitsTheTimeOfEachFile) {
+  EXPECT_EQ(ErrorOfGet(), "download failed, Couldn't connect to server");
+  EXPECT_EQ(options[CURLOPT_CONNECTTIMEOUT_MS], 20000);
+  EXPECT_EQ(options[CURLOPT_TIMEOUT_MS], 60000);
+  const TemporaryFolder folder;
+  std::string error;
+  EXPECT_FALSE(DownloadToFile("https://127.0.0.1:1/", folder.Path("file"), error));
+  EXPECT_EQ(options[CURLOPT_TIMEOUT_MS], 1800000);
+}
+
+}  // namespace Vantrell
