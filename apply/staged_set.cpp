@@ -1,29 +1,35 @@
 #include "apply/staged_set.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
-
-#include <string_view>
 
 #include "base/directories.h"
 #include "trust/digest.h"
 
 namespace Vantrell {
 
-void CollectStagedFiles(const std::string& directory, std::vector<std::string>& files) {
-  const Directory entries = OpenDirectory(directory);
-  if (!entries) return;
-  while (const dirent* entry = readdir(entries.get())) {
-    const std::string_view name = entry->d_name;
-    if (name == "." || name == "..") continue;
-    const std::string path = directory + "/" + entry->d_name;
+namespace {
+
+// From directory to directory by descriptor: a path could name another directory, or none.
+void CollectFilesIn(const Directory& directory, const std::string& path,
+                    std::vector<std::string>& files) {
+  while (const char* name = NextEntry(directory)) {
+    const int parent = dirfd(directory.get());
     struct stat status = {};
-    if (lstat(path.c_str(), &status) != 0) continue;
-    if (S_ISDIR(status.st_mode)) {
-      CollectStagedFiles(path, files);
-    } else {
-      files.push_back(path);
+    if (fstatat(parent, name, &status, AT_SYMLINK_NOFOLLOW) != 0) continue;
+    const std::string childPath = path + "/" + name;
+    if (!S_ISDIR(status.st_mode)) {
+      files.push_back(childPath);
+    } else if (const Directory child = OpenDirectoryAt(parent, name)) {
+      CollectFilesIn(child, childPath, files);
     }
   }
+}
+
+}  // namespace
+
+void CollectStagedFiles(const std::string& directory, std::vector<std::string>& files) {
+  if (const Directory opened = OpenDirectory(directory)) CollectFilesIn(opened, directory, files);
 }
 
 bool VerifyStagedSet(const std::string& stagedRoot, const UpdateManifest& manifest,

@@ -1,14 +1,51 @@
 #include "base/directories.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <string_view>
 
+#include "base/descriptor.h"
+
 namespace Vantrell {
+namespace {
+
+bool RemoveTreeAt(int parent, const char* name) {
+  struct stat status = {};
+  if (fstatat(parent, name, &status, AT_SYMLINK_NOFOLLOW) != 0) return true;
+  if (!S_ISDIR(status.st_mode)) return unlinkat(parent, name, 0) == 0;
+
+  Directory directory = OpenDirectoryAt(parent, name);
+  if (!directory) return unlinkat(parent, name, AT_REMOVEDIR) == 0;
+  while (const char* child = NextEntry(directory)) {
+    // If a child cannot be removed, the removal of the directory fails too.
+    RemoveTreeAt(dirfd(directory.get()), child);
+  }
+  directory.reset();
+  return unlinkat(parent, name, AT_REMOVEDIR) == 0;
+}
+
+}  // namespace
 
 Directory OpenDirectory(const std::string& path) { return Directory(opendir(path.c_str())); }
+
+Directory OpenDirectoryAt(int parent, const char* name) {
+  Descriptor opened(openat(parent, name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+  if (!opened) return nullptr;
+  Directory directory(fdopendir(opened.Number()));
+  if (directory) (void)opened.Release();  // the directory owns it now
+  return directory;
+}
+
+const char* NextEntry(const Directory& directory) {
+  while (const dirent* entry = readdir(directory.get())) {
+    const std::string_view name = entry->d_name;
+    if (name != "." && name != "..") return entry->d_name;
+  }
+  return nullptr;
+}
 
 bool MakeDirs(const std::string& path, mode_t mode) {
   if (path.empty()) return false;
@@ -27,21 +64,6 @@ bool MakeParentDirs(const std::string& path, mode_t mode) {
   return MakeDirs(path.substr(0, path.rfind('/')), mode);
 }
 
-bool RemoveTree(const std::string& path) {
-  struct stat status = {};
-  if (lstat(path.c_str(), &status) != 0) return true;
-  if (!S_ISDIR(status.st_mode)) return unlink(path.c_str()) == 0;
-
-  Directory directory = OpenDirectory(path);
-  if (!directory) return rmdir(path.c_str()) == 0;
-  while (const dirent* entry = readdir(directory.get())) {
-    const std::string_view name = entry->d_name;
-    if (name == "." || name == "..") continue;
-    // If a child cannot be removed, the rmdir() below fails too.
-    RemoveTree(path + "/" + entry->d_name);
-  }
-  directory.reset();
-  return rmdir(path.c_str()) == 0;
-}
+bool RemoveTree(const std::string& path) { return RemoveTreeAt(AT_FDCWD, path.c_str()); }
 
 }  // namespace Vantrell

@@ -15,6 +15,7 @@ TEST(StagedSet, HasTheListedFilesAndNoOther) {
   } cases[] = {
       {"directories alone", "empty", "b", hash, "the staged set is empty"},
       {"the listed file", "set", "sub/b", hash, ""},
+      {"a NUL in the path", {"set\0", 4}, "sub/b", hash, "sub/b: missing from the staged set"},
       {"another name", "set", "b", hash, "b: missing from the staged set"},
       {"another hash", "set", "sub/b", "D6", "sub/b: sha256 no longer matches the manifest"},
       {"a link", "", "link", hash, "the staged set has 2 files, the manifest lists 1"},
