@@ -2,6 +2,7 @@
 
 #include <systemd/sd-login.h>
 
+#include <cerrno>
 #include <cstdlib>
 #include <memory>
 
@@ -12,13 +13,6 @@ struct MemoryFree {
   void operator()(void* memory) const { free(memory); }
 };
 using OwnedText = std::unique_ptr<char, MemoryFree>;
-
-// Null when the process does not belong to a session.
-OwnedText FindSession(pid_t pid) {
-  char* session = nullptr;
-  if (sd_pid_get_session(pid, &session) < 0) return nullptr;
-  return OwnedText(session);
-}
 
 // Null when the seat has no active session.
 OwnedText FindActiveSession(const char* seat) {
@@ -70,10 +64,14 @@ bool PeerIsSeatedUser(int socket) {
   const ucred peer = PeerCredentials(socket);
   if (peer.pid <= 0) return false;
   if (peer.uid == 0) return true;
-  const OwnedText session = FindSession(peer.pid);
+  char* session = nullptr;
+  const int found = sd_pid_get_session(peer.pid, &session);
+  const OwnedText owned(session);
   // This answer is final: a remote login is refused even if the same user is also at a seat.
-  if (session) return SessionIsLocalFor(session.get(), peer.uid);
-  return HoldsActiveSession(peer.uid);
+  if (found >= 0) return SessionIsLocalFor(session, peer.uid);
+  // Only this error says that the peer has no session. A peer that has ended, for example, may have
+  // been in a remote one.
+  return found == -ENODATA && HoldsActiveSession(peer.uid);
 }
 
 }  // namespace Vantrell

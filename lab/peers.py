@@ -6,6 +6,11 @@ from typing import NamedTuple
 from lab.session import Session
 
 FAR_AWAY = {"remote_host": "192.0.2.7", "graphical": False}
+# Connects and ends. Its child then sends the request, as a peer whose process no longer exists.
+_SEND_AFTER_THE_END = r"""
+use IO::Socket::UNIX; my $socket = IO::Socket::UNIX->new(Peer => pop) or die; my $request = <STDIN>;
+my $parent = $$; exit if fork; select undef, undef, undef, 0.02 while kill 0, $parent;
+print $socket $request; $socket->flush; print <$socket>"""
 
 
 class Peers(NamedTuple):
@@ -22,9 +27,12 @@ def log_in_everybody(machine):
     alice_remote = machine.login("alice", **FAR_AWAY)
     bob, alice = machine.login("bob"), machine.login("alice")
     group = f"/user.slice/user-1001.slice/session-{alice.id}.scope"
+    remote = machine.login("alice", seat=None, **FAR_AWAY)
     return Peers(alice, bob, alice_remote, {
         "root": machine.run, "alice": alice.run, "bob": bob.run,
-        "remote alice": machine.login("alice", seat=None, **FAR_AWAY).run,
+        "remote alice": remote.run,
+        "remote alice after her end": lambda command, input: remote.run(
+            ["perl", "-e", _SEND_AFTER_THE_END, *command], input=input),
         "remote alice on a seat": alice_remote.run,
         "alice without a seat": machine.login("alice", seat=None, graphical=False).run,
         "alice outside": partial(machine.run, user="alice"),
