@@ -15,15 +15,18 @@ constexpr size_t ReadBlockBytes = 4096;
 
 }  // namespace
 
-std::string ReadWholeFile(const std::string& path) {
+bool ReadOptionalFile(const std::string& path, std::string& content) {
+  content.clear();
   const Descriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC));
-  if (!file) return "";
+  if (!file) return true;
+  return ReadToEnd(file.Number(), ReadBlockBytes,
+                   [&content](std::string_view block) { content += block; });
+}
 
+std::string ReadWholeFile(const std::string& path) {
   std::string content;
-  const auto append = [&content](std::string_view block) { content += block; };
   // A read of a file in /proc fails half-way when its process ends. Half a file is of no use.
-  if (!ReadToEnd(file.Number(), ReadBlockBytes, append)) return "";
-  return content;
+  return ReadOptionalFile(path, content) ? content : "";
 }
 
 bool IsRegularFile(const std::string& path) {

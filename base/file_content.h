@@ -10,6 +10,10 @@ namespace Vantrell {
 // small files, those of /proc included.
 std::string ReadWholeFile(const std::string& path);
 
+// The same into `content`. False when the file opens but cannot be read to its end. A file that
+// cannot be opened is read as an empty one.
+[[nodiscard]] bool ReadOptionalFile(const std::string& path, std::string& content);
+
 // True for a regular file, and for a link to one.
 [[nodiscard]] bool IsRegularFile(const std::string& path);
 

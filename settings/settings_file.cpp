@@ -70,7 +70,10 @@ std::string ReadSetting(const char* key, const char* fallback) {
 }
 
 bool WriteSettingTo(const std::string& path, const char* key, const std::string& value) {
-  std::vector<std::string> lines = SplitLines(ReadWholeFile(path));
+  std::string content;
+  // A rewrite of a part of the file would lose the other settings.
+  if (!ReadOptionalFile(path, content)) return false;
+  std::vector<std::string> lines = SplitLines(content);
   ReplaceOrAppend(lines, key, value);
 
   MakeParentDirs(path, 0755);  // if this fails, so does the open

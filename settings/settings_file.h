@@ -24,9 +24,9 @@ std::string ReadSetting(const char* key, const char* fallback);
 std::string ReadSettingFrom(const std::string& path, const char* key, const char* fallback);
 
 // Replaces every line of the key, or adds one at the end, and keeps all other lines byte for byte.
-// A file that cannot be read is treated as empty. True when the new file, mode 0644, is in place.
-// On false the old file is unchanged, and a temporary file, the same name with ".tmp" added, may
-// remain. Nothing is synced to disk.
+// A file that cannot be opened is treated as empty; one that opens but cannot be read to its end
+// gives false. True when the new file, mode 0644, is in place. On false the old file is unchanged,
+// and a temporary file, the same name with ".tmp" added, may remain. Nothing is synced to disk.
 [[nodiscard]] bool WriteSetting(const char* key, const std::string& value);
 [[nodiscard]] bool WriteSettingTo(const std::string& path, const char* key,
                                   const std::string& value);

@@ -58,6 +58,13 @@ TEST(WriteSetting, ReplacesTheFileAndInItEveryLineOfTheKey) {
   }
 }
 
+TEST(WriteSetting, KeepsAFileThatCannotBeRead) {
+  const TemporaryFolder folder;
+  fs::create_symlink("/proc/self/mem", folder.Path("conf"));
+  EXPECT_FALSE(WriteSettingTo(folder.Path("conf"), "Key", "new"));
+  EXPECT_TRUE(fs::is_symlink(folder.Path("conf")));
+}
+
 TEST(WriteSetting, MakesTheFileAndKeepsItOnAFullDisk) {
   const TemporaryFolder folder;
   const std::string path = folder.Path("etc/vantrell/conf");
