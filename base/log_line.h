@@ -5,8 +5,8 @@
 
 namespace Vantrell {
 
-// Writes the formatted text and a line feed, and flushes. Any thread may call it; the lines of
-// several threads do not mix.
+// Writes the formatted text and a line feed, in one write if standard error takes it. Any thread
+// may call it; the lines of several threads do not mix.
 void LogLine(const char* format, ...) __attribute__((format(printf, 1, 2)));
 
 }  // namespace Vantrell
