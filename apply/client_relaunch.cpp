@@ -2,6 +2,7 @@
 
 #include <pwd.h>
 
+#include <cerrno>
 #include <ctime>
 #include <string>
 #include <vector>
@@ -12,6 +13,21 @@
 
 namespace Vantrell {
 namespace {
+
+constexpr int LookUpAttempts = 20;
+constexpr Milliseconds LookUpPauseMs = 500;
+
+// Null when the user has no passwd entry. A lookup that fails because descriptors or memory are
+// exhausted is repeated for some seconds: without its client the release would not be judged.
+const passwd* FindAccount(uid_t uid) {
+  for (int attempt = 1;; ++attempt) {
+    errno = 0;
+    const passwd* account = getpwuid(uid);
+    const bool exhausted = errno == EMFILE || errno == ENFILE || errno == ENOMEM || errno == EINTR;
+    if (account != nullptr || !exhausted || attempt == LookUpAttempts) return account;
+    SleepMs(LookUpPauseMs);
+  }
+}
 
 std::vector<std::string> StartCommand(const std::string& user, const std::string& unit,
                                       const ClientLaunchContext& context) {
@@ -31,7 +47,7 @@ std::vector<std::string> StartCommand(const std::string& user, const std::string
 RelaunchOutcome RelaunchClient(const ClientLaunchContext& context) {
   RelaunchOutcome outcome;
   outcome.nothingToJudge = true;
-  const passwd* account = getpwuid(context.uid);
+  const passwd* account = FindAccount(context.uid);
   if (account == nullptr) return outcome;
   outcome.user = account->pw_name;
 
