@@ -4,12 +4,9 @@
 set -eu
 cd "$(dirname "$0")/.."
 built=build/bench
-mkdir -p $built/keys
 
 for key in release-1 release-2; do
-  [ ! -e $built/keys/$key.pub ] || continue
-  openssl genrsa -out $built/keys/$key.pem 2048 2>/dev/null
-  openssl rsa -in $built/keys/$key.pem -pubout -out $built/keys/$key.pub 2>/dev/null
+  scripts/make-development-key $built/keys/$key
 done
 
 cmake --preset release -B $built/release -DVANTRELL_LAB=ON -DVANTRELL_BENCH=ON \

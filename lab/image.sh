@@ -31,8 +31,9 @@ echo "lab: making the image (about a minute, once)" >&2
 work=$(mktemp -d "$Cache/making.XXXXXX")
 trap 'rm -rf "$work"' EXIT
 g++ -std=c++20 -O1 -Wall -Wextra -Werror -o "$work/open-session" login/open_session.cpp -lpam
-mapfile -t sources < <(grep -lsw "$Suite" /etc/apt/sources.list /etc/apt/sources.list.d/*.list \
-                                         /etc/apt/sources.list.d/*.sources)
+# A word of its own: the sources of bookworm-backports alone do not hold Debian 12.
+mapfile -t sources < <(grep -lsE "(^|[[:space:]])$Suite([[:space:]]|\$)" /etc/apt/sources.list \
+                       /etc/apt/sources.list.d/*.list /etc/apt/sources.list.d/*.sources)
 if [ ${#sources[@]} = 0 ]; then
   echo "lab: /etc/apt has no source for Debian 12; add one for $Suite" >&2
   exit 1

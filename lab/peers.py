@@ -32,7 +32,7 @@ def log_in_everybody(machine):
         "root": machine.run, "alice": alice.run, "bob": bob.run,
         "remote alice": remote.run,
         "remote alice after her end": lambda command, input: remote.run(
-            ["perl", "-e", _SEND_AFTER_THE_END, *command], input=input),
+            ["perl", "-e", _SEND_AFTER_THE_END, *command], input=input, env={"LC_ALL": "C"}),
         "remote alice on a seat": alice_remote.run,
         "alice without a seat": machine.login("alice", seat=None, graphical=False).run,
         "alice outside": partial(machine.run, user="alice"),
