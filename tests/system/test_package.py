@@ -1,5 +1,10 @@
 """The client's package: what it starts, restarts, stops, keeps and removes."""
 
+import subprocess
+
+import pytest
+from conftest import ROOT
+
 from lab.machine import SERVICE
 from lab.packing import run_recipe
 from lab.releases import package
@@ -8,9 +13,10 @@ from lab.service_view import CONFIG, SOCKET_UNIT, units
 UP, DOWN = ["active", "active"], ["inactive", "inactive"]
 OURS = "find / -xdev -name '*vantrell*' ! -path '/var/tmp/*' ! -name '*.log' | sort"
 REFUSED = [  # what is done to good trees, what is said
-    ("touch service/usr/share/doc/vantrell-harbor/DEVELOPMENT-KEYS",
-     "this service trusts development keys; configure the build with VANTRELL_RELEASE_KEY_1 and "
-     "VANTRELL_RELEASE_KEY_2, and install it into an empty tree."),
+    (":", "this service trusts a development key; configure the build with VANTRELL_RELEASE_KEY_1 "
+     "and VANTRELL_RELEASE_KEY_2, and install it into an empty tree."),
+    ("echo '#!/bin/sh' >client/usr/bin/vantrell-harbor", "/usr/bin/vantrell-harbor in the client "
+     "tree is not an ELF program; put the client's program there."),
     ("ln -sf /bin/true client/usr/bin/vantrell-harbor", "the client tree holds no executable file "
      "usr/bin/vantrell-harbor; put the client there."),
     ("rm -r service/usr/lib/vantrell-harbor", "the service tree lacks /usr/lib/vantrell-harbor/"
@@ -63,3 +69,24 @@ def test_the_recipe_refuses_trees_that_are_not_to_be_installed(tmp_path):
         assert result.stderr == f"make-client-package: {sentence}\n", damage
         assert result.returncode == 1, damage
         assert not (tmp_path / "made").exists(), damage
+
+
+@pytest.mark.parametrize("change, words", [
+    ({"RELEASE_KEY_2": "one.pub"}, "are the same key"),
+    ({"RELEASE_KEY_2": "absent.pub"}, "cannot be read"),
+    ({"WITNESS_3": "https://A.example.org/else"}, "Two witnesses are on the host"),
+    ({"UPDATE_HOST": "updates.vantrell.example"}, "is an example host"),
+], ids=["key", "file", "witness", "host"])
+def test_the_build_refuses_values_that_void_the_proof(tmp_path, change, words):
+    for key in ("one", "two"):
+        subprocess.run(f"openssl genrsa 2048 | openssl rsa -pubout -out {key}.pub", shell=True,
+                       cwd=tmp_path, check=True, capture_output=True)
+    values = {"RELEASE_KEY_1": "one.pub", "RELEASE_KEY_2": "two.pub",
+              "UPDATE_HOST": "updates.example.org", "WITNESS_1": "https://a.example.org",
+              "WITNESS_2": "https://b.example.org", "WITNESS_3": "https://c.example.org", **change}
+    options = [f"-DVANTRELL_{name}={tmp_path / value if 'KEY' in name else value}"
+               for name, value in values.items()]
+    result = subprocess.run(["cmake", "-G", "Ninja", "-S", ROOT, "-B", "build", *options],
+                            cwd=tmp_path, text=True, capture_output=True)
+    assert words in result.stderr
+    assert result.returncode == 1
