@@ -1,14 +1,18 @@
 """What the units keep a flood of checks, a stop and other programs from doing to an install."""
 
 import subprocess
+import threading
 
 import pytest
-from conftest import SERVICE
+from conftest import RELAUNCHED, SERVICE
 
-from lab.outside_world import DOWNLOADS
-from lab.releases import release
-from lab.update_steps import request_apply, stage
+from lab.client_log import running
+from lab.outside_world import DOWNLOADS, UPDATES
+from lab.releases import FLAVOUR, release
+from lab.service_view import CLIENT, ask, main_pid, wait_for_passes
+from lab.update_steps import client_requests_apply, request_apply, stage
 
+DEFAULT_LIMIT = 1024  # descriptors that systemd gives a service
 HOLD = "until [ -e /run/go ]; do sleep 0.1; done"
 # Stops after the update service does.
 LAST_LOOK = f"""[Unit]
@@ -19,6 +23,45 @@ RemainAfterExit=yes
 ExecStart=mkfifo /run/end
 ExecStop=sh -c '{{ dpkg-query -W vantrell-harbor; dpkg --audit; }} >/run/end; sleep infinity'
 """
+
+
+@pytest.mark.slow
+def test_a_flood_of_checks_does_not_make_the_new_client_look_dead(quiet_machine):
+    machine = quiet_machine
+    stage(machine, "1.1")
+    client = running(machine, machine.login("alice").start([CLIENT]))
+    machine.misbehave(UPDATES, None, "mute")
+    ended = threading.Event()
+
+    def flood():
+        while not ended.is_set():
+            try:
+                ask(machine, "CHECK")
+            except OSError:
+                pass  # too many connections
+
+    senders = [threading.Thread(target=flood) for _ in range(8)]
+    for sender in senders:
+        sender.start()
+    try:
+        machine.run(f"until [ $(ls /proc/{main_pid(machine)}/fd | wc -l) -ge {DEFAULT_LIMIT} ]; do "
+                    "sleep 0.2; done", timeout=180)
+        machine.wait_for_log(RELAUNCHED, 120, client_requests_apply(machine, client))
+    finally:
+        ended.set()
+        for sender in senders:
+            sender.join()
+
+
+@pytest.mark.skipif(FLAVOUR != "release", reason="a sanitizer keeps freed memory")
+def test_large_answers_leave_no_memory_in_use(machine):
+    machine.offer('{"version":"1.1","a":[0%s]}' % (1_000_000 * ",0"))
+    for _ in range(12):
+        ask(machine, "CHECK")
+    wait_for_passes(machine)
+    assert ask(machine, "STATUS") == "IDLE - unreadable manifest: manifest has no files"
+    status = machine.run(["cat", f"/proc/{main_pid(machine)}/status"]).split()
+    assert int(status[status.index("VmRSS:") + 1]) < 20 * 1024
 
 
 @pytest.mark.slow
