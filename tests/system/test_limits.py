@@ -23,6 +23,9 @@ RemainAfterExit=yes
 ExecStart=mkfifo /run/end
 ExecStop=sh -c '{{ dpkg-query -W vantrell-harbor; dpkg --audit; }} >/run/end; sleep infinity'
 """
+# Like apt-listbugs and apt-listchanges, which end an install when nobody answers their question.
+ASKING_HOOK = """DPkg::Pre-Install-Pkgs {
+  "[ $APT_LISTBUGS_FRONTEND$APT_LISTCHANGES_FRONTEND = nonenone ]"; };"""
 
 
 @pytest.mark.slow
@@ -78,9 +81,10 @@ def test_a_removal_does_not_wait_for_a_download(quiet_machine):
     assert machine.run("systemctl --failed --no-legend") == ""
 
 
-def test_a_poweroff_waits_for_an_install(quiet_machine):
+def test_a_poweroff_waits_for_an_install_and_hooks_do_not_end_it(quiet_machine):
     machine = quiet_machine
     machine.write("/etc/systemd/system/last-look.service", LAST_LOOK)
+    machine.write("/etc/apt/apt.conf.d/hook", ASKING_HOOK)
     machine.run("systemctl start last-look")
     stage(machine, "1.1", "--preinst", f"touch /run/begun; {HOLD}")
     with machine.popen(["cat", "/run/end"], stdout=subprocess.PIPE, text=True) as last_look:
