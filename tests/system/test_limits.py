@@ -4,13 +4,13 @@ import subprocess
 import threading
 
 import pytest
-from conftest import RELAUNCHED, SERVICE
+from conftest import ENDED, RELAUNCHED, SERVICE
 
 from lab.client_log import running
 from lab.outside_world import DOWNLOADS, UPDATES
 from lab.releases import FLAVOUR, release
 from lab.service_view import CLIENT, ask, main_pid, wait_for_passes
-from lab.update_steps import client_requests_apply, request_apply, stage
+from lab.update_steps import client_requests_apply, request_apply, said, stage
 
 DEFAULT_LIMIT = 1024  # descriptors that systemd gives a service
 HOLD = "until [ -e /run/go ]; do sleep 0.1; done"
@@ -26,6 +26,9 @@ ExecStop=sh -c '{{ dpkg-query -W vantrell-harbor; dpkg --audit; }} >/run/end; sl
 # Like apt-listbugs and apt-listchanges, which end an install when nobody answers their question.
 ASKING_HOOK = """DPkg::Pre-Install-Pkgs {
   "[ $APT_LISTBUGS_FRONTEND$APT_LISTCHANGES_FRONTEND = nonenone ]"; };"""
+NAME = "vantrell-harbor-relaunch-"
+TAKE_NAMES = f"""start=$(date +%s); for second in {{0..99}}; do systemd-run --user --quiet \\
+  --remain-after-exit --unit={NAME}$((start + second)) true & done; wait"""
 
 
 @pytest.mark.slow
@@ -93,3 +96,24 @@ def test_a_poweroff_waits_for_an_install_and_hooks_do_not_end_it(quiet_machine):
         machine.wait_for_log("waiting for an install to end before the service stops", after=lines)
         machine.run("touch /run/go")
         assert last_look.communicate(timeout=60)[0] == "vantrell-harbor\t1.1\n"
+
+
+@pytest.mark.slow
+def test_only_a_running_unit_of_the_same_second_keeps_a_client_from_its_start(quiet_machine):
+    machine = quiet_machine
+    stage(machine, "1.1", "--behaviour", "die-after 0", "--behaviour", "exit-code 3")
+    alice = machine.login("alice")
+    client = running(machine, alice.start([CLIENT]))
+    machine.wait_for_log("apply refused: the updated client did not stay running",
+                         after=client_requests_apply(machine, client))
+    # A unit that has failed would keep its name too.
+    assert alice.run(f"systemctl --user list-units --all --no-legend '{NAME}*'") == ""
+
+    machine.write("/usr/share/vantrell-harbor/behaviour", "stay")
+    stage(machine, "1.2")
+    client = running(machine, alice.start([CLIENT]))
+    alice.run(TAKE_NAMES)
+    _, why, *story = said(machine, client_requests_apply(machine, client), "ended with status")
+    assert why.startswith("[UpdateSvc] could not start the client in alice's session: Failed to "
+                          f"start transient service unit: Unit {NAME}")
+    assert story == ["[UpdateSvc] applied 1.2; no console session to relaunch into", *ENDED]
