@@ -29,7 +29,7 @@ TEST(SessionHold, HasNoTimeLimitAndEndsWithTheService) {
   EXPECT_EQ(reply, "OK holding\n");
   SignalStopEvent();
   EXPECT_EQ(session.wait_for(std::chrono::seconds(20)), std::future_status::ready);
-  shutdown(peer.Number(), SHUT_RDWR);  // ends the session if the event did not
+  shutdown(peer.Number(), SHUT_RDWR);  // ends the session after a failure
   session.wait();
   EXPECT_EQ(serviceState.sessionHolds, 0);
   ASSERT_EQ(getsockopt(connection.Number(), SOL_SOCKET, SO_RCVTIMEO, &limit, &size), 0);

@@ -34,9 +34,10 @@ const RequestCase Requests[] = {
 
 // Three witnesses that serve the same release.
 struct Quorum {
-  std::string block = ReleaseData("release.block");
-  std::string signature = ReleaseData("release.sig1");
+  std::string release = "release";
+  std::string signature = ".sig1";
   std::string digest = Digest;
+  std::vector<std::string> witnesses = {"https://w1", "https://w2/x", "https://w3"};
   size_t failing = 0;  // the request, counted from 1, that is answered by a 404
   size_t altered = 0;  // the request whose answer differs in one byte
 };
@@ -48,17 +49,16 @@ void Expect(const Quorum& quorum, size_t requests, const std::string& error,
   size_t made = 0;
   const auto fetch = [&](const std::string& url, std::string& body, std::string& reason) {
     EXPECT_EQ(url, Requests[made++].url);
-    body = url.ends_with(".block") ? quorum.block : quorum.signature;
+    body = ReleaseData(quorum.release + (url.ends_with(".sig") ? quorum.signature : ".block"));
     if (url.ends_with(".sha256")) body = quorum.digest;
     if (made == quorum.altered) body[30] = static_cast<char>(body[30] ^ 1);
     reason = "HTTP 404";
     return made != quorum.failing;
   };
-  const std::vector<std::string> witnesses = {"https://w1", "https://w2/x", "https://w3"};
   std::string actual = "none";
   testing::internal::CaptureStderr();
-  const bool proved = VerifyReleaseQuorum(offer, "client-linux-amd64", "beta", witnesses, fetch,
-                                          {KeyOf(der)}, actual);
+  const bool proved = VerifyReleaseQuorum(offer, "client-linux-amd64", "beta", quorum.witnesses,
+                                          fetch, {KeyOf(der)}, actual);
   EXPECT_EQ(testing::internal::GetCapturedStderr(), log);
   EXPECT_EQ(proved, error == "none");
   EXPECT_EQ(actual, error);
@@ -86,20 +86,24 @@ TEST(WitnessQuorum, EndsAtTheFirstRequestThatFailsOrDiffers) {
 const std::string Verified = "[Update] digest signature verified against release key 1\n[Update] ";
 
 TEST(WitnessQuorum, ProvesASignedReleaseThatIsTheOffer) {
-  Expect(
-      {.digest = " 8ADC" + Digest.substr(4) + "\r\n"}, 9, "none",
-      Verified + "2.4.0/client-linux-amd64 signed by a release key and agreed by 3/3 witnesses\n");
-  std::string error = "2.4.0 is not signed by a Vantrell release key";
-  Expect({.signature = ReleaseData("release.sig2")}, 9, error,
-         "[Update] REFUSED - " + error + "\n");
-  error = "the signed release does not cover client-linux-amd64";
-  Expect({.block = ReleaseData("uncovered.block"), .signature = ReleaseData("uncovered.sig1")}, 9,
-         error, Verified + "REFUSED - " + error + "\n");
-  error = "the signed digest for client-linux-amd64 does not match what was offered";
-  Expect({.block = ReleaseData("mismatch.block"), .signature = ReleaseData("mismatch.sig1")}, 9,
-         error,
-         Verified + "REFUSED - " + error + " (signed " + std::string(64, 'b') + ", offered " +
-             Digest + ")\n");
+  const std::string agreed = "2.4.0/client-linux-amd64 signed by a release key and agreed by 3/3";
+  Expect({.digest = " 8ADC" + Digest.substr(4) + "\r\n"}, 9, "none",
+         Verified + agreed + " witnesses\n");
+}
+
+TEST(WitnessQuorum, NeedsThreeWitnesses) {
+  Expect({.witnesses = {"https://w1", "https://w2/x"}}, 0, "the witness list is incomplete", "");
+}
+
+TEST(WitnessQuorum, RefusesAReleaseThatIsNotSignedOrNotTheOffer) {
+  const std::string stranger = "2.4.0 is not signed by a Vantrell release key";
+  const std::string uncovered = "the signed release does not cover client-linux-amd64";
+  const std::string differs =
+      "the signed digest for client-linux-amd64 does not match what was offered";
+  const std::string digests = " (signed " + std::string(64, 'b') + ", offered " + Digest + ")";
+  Expect({.signature = ".sig2"}, 9, stranger, "[Update] REFUSED - " + stranger + "\n");
+  Expect({.release = "uncovered"}, 9, uncovered, Verified + "REFUSED - " + uncovered + "\n");
+  Expect({.release = "mismatch"}, 9, differs, Verified + "REFUSED - " + differs + digests + "\n");
 }
 
 }  // namespace

@@ -23,7 +23,7 @@ std::string ErrorOfGet() {
 
 }  // namespace
 
-// Takes the place of libcurl's function in the test program. A long is as wide as a pointer.
+// These take the place of libcurl's functions in the test program. A long is as wide as a pointer.
 CURLcode RecordOption(CURL* handle, CURLoption option, long value) __asm__("curl_easy_setopt");
 CURLcode RecordOption(CURL* handle, CURLoption option, long value) {
   static const auto real =
@@ -32,13 +32,22 @@ CURLcode RecordOption(CURL* handle, CURLoption option, long value) {
   return option == refusedOption ? CURLE_UNKNOWN_OPTION : real(handle, option, value);
 }
 
-TEST(HttpsTransport, FailsWithoutItsProtocolLimits) {
+curl_slist* AppendHeader(curl_slist* list, const char* text) __asm__("curl_slist_append");
+curl_slist* AppendHeader(curl_slist* list, const char* text) {
+  static const auto real =
+      reinterpret_cast<decltype(&AppendHeader)>(dlsym(RTLD_NEXT, "curl_slist_append"));
+  return refusedOption == CURLOPT_HTTPHEADER ? nullptr : real(list, text);
+}
+
+TEST(HttpsTransport, FailsWithoutItsProtocolLimitsAndItsHeaders) {
   const std::string words = "An unknown option was passed in to libcurl";
   for (const CURLoption option : {CURLOPT_REDIR_PROTOCOLS_STR, CURLOPT_PROTOCOLS_STR}) {
     refusedOption = option;
     EXPECT_EQ(ErrorOfGet(), "download failed, " + words) << option;
   }
   EXPECT_EQ(HttpsPostJson("127.0.0.1:1", "/", "", "", 2000).error, "curl error " + words);
+  refusedOption = CURLOPT_HTTPHEADER;
+  EXPECT_EQ(ErrorOfGet(), "download failed, Out of memory");
   refusedOption = CURLOPT_LASTENTRY;
 }
 
