@@ -99,6 +99,7 @@ begin_system() { # FLAVOUR [NAME]
 end_system() { # FLAVOUR
   local log=$Logs/system-$1.log result=0 lost
   [ -n "$system_job" ] || return
+  heading "System tests on booted machines, $1"
   wait "$system_job" || result=$?
   grep -vE '^(bringing up|scheduling|$)' "$log"
   tail -n 1 "$log" >"$log.summary"
@@ -154,7 +155,6 @@ unit_tests() { # PRESETS [CTEST OPTION...]
 }
 
 system_tests() { # FLAVOUR [NAME]
-  heading "System tests on booted machines, $1"
   begin_system "$@"
   end_system "$1"
 }
@@ -162,13 +162,16 @@ system_tests() { # FLAVOUR [NAME]
 everything() {
   # Under the sanitizers only tests that run all threads and read all input, and one whole apply.
   local sanitized='refusals or hostile or service or seat or road or each_user'
+  # The system tests of a flavour run while the next step builds.
   begin_system release
   checks
-  unit_tests 'clang asan tsan'
-  heading "System tests on booted machines, release"
   end_system release
-  system_tests asan "$sanitized"
-  system_tests tsan "$sanitized"
+  begin_system asan "$sanitized"
+  unit_tests 'clang asan'
+  end_system asan
+  begin_system tsan "$sanitized"
+  unit_tests tsan
+  end_system tsan
 }
 
 case "${1-all} $#" in
