@@ -6,7 +6,9 @@ import pathlib
 import secrets
 import select
 import shutil
+import signal
 import socket
+import struct
 import subprocess
 import tempfile
 import time
@@ -20,6 +22,8 @@ SERVICE = "vantrell-harbor-updated.service"
 SOCKET = "/run/vantrell/update.sock"
 NAME_PREFIX = "vantrell-lab-"
 BOOT_LIMIT = 180  # seconds, for a host with many machines on few cores
+# ext4's request to stop all reading and writing at once, without writing its journal.
+SHUTDOWN, NO_JOURNAL = 0x8004587D, struct.pack("I", 2)
 # The environment of every process, unless the caller adds to it. Nothing comes from the host's.
 BASE_ENVIRONMENT = {"PATH": "/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin",
                     "LANG": "C.UTF-8"}
@@ -70,8 +74,12 @@ class Machine(OutsideWorld):
     """One booted machine, for use in a with statement. Several may run at the same time.
 
     `name` is unique on the host. `boot_seconds` is the duration of the boot. `leader` is the pid
-    of the machine's process 1 as the host sees it. OutsideWorld is the network of the machine.
+    of the machine's process 1 as the host sees it. OutsideWorld is the network of the machine. The
+    disk is in memory, or with `durable` in a file: only then can the power be cut.
     """
+
+    def __init__(self, durable=False):
+        self._durable = durable
 
     def __enter__(self):
         _remove_leftovers()
@@ -93,17 +101,40 @@ class Machine(OutsideWorld):
         self.close()
 
     def _boot(self):
-        with socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM) as notify:
-            notify.bind(self._folder + "/notify")
+        with self._notify_socket() as notify:
             # Only the child keeps the lock: it lives as long as the machine.
             with open(self._folder + "/lock", "w") as lock:
                 fcntl.flock(lock, fcntl.LOCK_EX)
+                disk = [self._folder + "/disk.image"] if self._durable else []
                 self._holder = subprocess.Popen(
                     ["unshare", "--mount", "--propagation", "private",
-                     "sh", LAB / "hold-machine.sh", self._image, self._folder],
+                     "sh", LAB / "hold-machine.sh", self._image, self._folder, *disk],
                     stdin=subprocess.PIPE, stdout=self._console, stderr=self._console,
                     pass_fds=[lock.fileno()], start_new_session=True)
-            self._wait_until_booted(notify)
+            self._enter(notify)
+
+    def cut_power(self):
+        """Ends a durable machine and boots it again: what was not written to its disk is lost."""
+        with self._notify_socket() as notify:
+            pathlib.Path(self._folder, "again").touch()
+            disk = os.open(f"/proc/{self._holder.pid}/root{self._folder}/disk", os.O_RDONLY)
+            fcntl.ioctl(disk, SHUTDOWN, NO_JOURNAL)
+            os.close(disk)
+            self.close_outside_world()
+            self._bell.close()
+            os.kill(self.leader, signal.SIGKILL)
+            self._enter(notify)
+
+    def _notify_socket(self):
+        """Where the machine says that it has booted."""
+        path = pathlib.Path(self._folder, "notify")
+        path.unlink(missing_ok=True)
+        notify = socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM)
+        notify.bind(str(path))
+        return notify
+
+    def _enter(self, notify):
+        self._wait_until_booted(notify)
         groups = pathlib.Path(f"/proc/{self._holder.pid}/root/sys/fs/cgroup/{self.name}/payload")
         self.leader = int((groups / "init.scope/cgroup.procs").read_text().split()[0])
         # Holds the processes that belong to no unit. The machine's manager cannot see it.
