@@ -10,7 +10,8 @@ CHECKED = f"{UPDATES} POST {CHECK_PATH} 200"
 VERIFIED = "[Update] digest signature verified against release key"
 AGREED = f"[Update] 1.1/{COMPONENT} signed by a release key and agreed by 3/3 witnesses"
 STAGED = "[UpdateSvc] 1.1 staged and verified"
-NOTHING = ["client-staging 755", "install-id 644"]  # is kept of a release that was refused
+IDS = ["install-id 644", "machine-id 644"]
+NOTHING = ["client-staging 755", *IDS]  # is kept of a release that was refused
 
 
 class Pass(NamedTuple):

@@ -46,7 +46,7 @@ def test_inside_the_window_an_offer_installs_itself_and_replaces_all_records(qui
     assert copy == deb
     assert kept(machine) == [
         "client-rollback 700", "client-rollback/previous.deb 644", "client-staging 755",
-        "install-id 644", "installed.sha256 644"]
+        "install-id 644", "installed.sha256 644", "machine-id 644"]
 
 
 @pytest.mark.slow

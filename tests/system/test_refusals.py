@@ -6,7 +6,7 @@ from collections import namedtuple
 
 import pytest
 
-from lab.check_pass import (AGREED, CHECKED, NOTHING, STAGED, VERIFIED, Pass, asked, check,
+from lab.check_pass import (AGREED, CHECKED, IDS, NOTHING, STAGED, VERIFIED, Pass, asked, check,
                             first_pass, refused)
 from lab.misbehaviour import answer_by_hand, request_to, serve_by_hand
 from lab.outside_world import CHECK_PATH, DOWNLOADS, STORAGE, UPDATES
@@ -52,7 +52,7 @@ def test_a_fault_of_a_server_ends_the_pass_and_leaves_nothing_on_disk(machine):
         last = [REQUESTS[at].replace(" 200", f" {row.logged}")] if row.logged else []
         proof = [f"{VERIFIED} 1", AGREED] if row.place in FILES else [
             f"[Update] quorum REFUSED - {row.why}"]
-        log, prefix, left = ([f"[UpdateSvc] {row.why}"], "", NOTHING[1:]) if row.place == CHECK \
+        log, prefix, left = ([f"[UpdateSvc] {row.why}"], "", IDS) if row.place == CHECK \
             else ([*proof, *refused(row.why)], "refused: ", NOTHING)
         assert first_pass(machine) == Pass(
             log, f"IDLE - {prefix}{row.why}", REQUESTS[:at] + last, left), row

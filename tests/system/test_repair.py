@@ -26,6 +26,7 @@ RESTORED = "the rollback copy was missing or damaged; made it again from the sta
 REMOVED = ("no rollback copy: no file here is the package that was accepted last; the next release "
            "that is accepted gives one")
 SAID_BY_REPAIR = f"journalctl --sync; journalctl --quiet --output=cat _SYSTEMD_UNIT={REPAIR}"
+CLONED = "the install id was made on another machine; the service makes a new one"
 
 
 @pytest.fixture
@@ -73,6 +74,21 @@ def test_a_start_proves_the_rollback_copy_and_sweeps_what_was_staged(accepted):
         if left.copy:
             assert good in machine.run(["sha256sum", COPY]), left.what
     assert machine.exists("/root/precious/file")
+
+
+def test_a_cloned_machine_gets_an_install_id_of_its_own(machine):
+    assert ask(machine, "CHECK") == "OK checking"
+    machine.wait_for_log("up to date")
+    before = machine.read(f"{STATE}/install-id")
+    for cloned, by in ((False, "true"), (False, f"rm {STATE}/machine-id"),
+                       (False, f": >{STATE}/machine-id"),
+                       (True, "systemd-id128 new >/etc/machine-id")):
+        machine.run(f"{by}; systemctl restart {SERVICE}")
+        assert (by, CLONED in machine.log()) == (by, cloned)
+        assert (by, machine.exists(f"{STATE}/install-id")) == (by, not cloned)
+    assert ask(machine, "CHECK") == "OK checking"
+    machine.run(f"until [ -s {STATE}/install-id ]; do sleep 0.05; done")
+    assert machine.read(f"{STATE}/install-id") != before
 
 
 FOREIGN = """mkdir -p /root/foreign/DEBIAN && cd /root && cat >foreign/DEBIAN/control <<'END'
