@@ -3,6 +3,7 @@
 // The state directory, the paths below it, and what is in it:
 //
 //   install-id                    identity of this installation, one line
+//   machine-id                    the machine of the install id; the start of the unit writes it
 //   installed.sha256              the last accepted release, one line a file: name, blank, hash
 //   client-staging/VERSION/NAME   files of staged releases; those of older versions stay
 //   client-rollback/previous.deb  package of the last accepted release (directory: mode 0700)

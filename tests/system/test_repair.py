@@ -7,8 +7,10 @@ import subprocess
 import pytest
 from conftest import SERVICE
 
+from lab import kill_rounds
 from lab.client_log import running
-from lab.machine import SOCKET
+from lab.kill_rounds import Round
+from lab.machine import SOCKET, Machine
 from lab.releases import package
 from lab.service_view import CLIENT, STATE, ask, kept, main_pid
 from lab.update_steps import client_requests_apply, request_apply, stage
@@ -217,3 +219,12 @@ def test_the_package_treats_the_timer_as_it_treats_the_service(bare_machine):
     assert timer_state(machine)[1:] == ["inactive"]
     machine.install(package("1.1"))
     assert timer_state(machine) == ["enabled", "active"]
+
+
+@pytest.mark.slow
+@pytest.mark.skipif(kill_rounds.missing() != "", reason=kill_rounds.missing())
+def test_a_machine_is_whole_after_kills_at_any_moment():
+    with Machine(durable=True) as machine:
+        seconds = kill_rounds.prepare(machine)
+        for given in (Round("install", "power", 0.6), Round("rollback", "apt tree", 0.5)):
+            _, seconds = kill_rounds.play(machine, given, seconds)
