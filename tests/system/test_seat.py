@@ -43,6 +43,7 @@ def test_root_and_the_user_of_an_active_local_session_may_change_the_ring(machin
 
 def test_a_new_ring_starts_a_check_for_it_and_a_refused_one_starts_none(machine):
     restart(machine)
+    machine.forget_requests()
     assert machine.send("SETRING dev", user="carol") + "\n" == RIGHTS
     machine.run(["mkdir", "-p", CONFIG + ".tmp"])
     assert machine.send("SETRING dev") == "ERR could not write the update channel"
