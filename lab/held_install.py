@@ -13,7 +13,7 @@ _WAIT_AT_GATE = "[ ! -p /run/gate ] || read -r _ </run/gate || true"
 # Lets through less than the first file of the package. apt-get gives dpkg a PATH of its own, so
 # the real dpkg-deb must be replaced.
 _GATE_IN_UNPACKING = f"""#!/bin/bash
-[[ $1 = --fsys-tarfile ]] || exec dpkg-deb.real "$@"
+[[ $1 = --fsys-tarfile && $2 = *PACKAGE ]] || exec dpkg-deb.real "$@"
 dpkg-deb.real "$@" | {{ head -c 300000; {_WAIT_AT_GATE}; cat; }}
 """
 
@@ -27,19 +27,23 @@ def package_lock(machine):
         yield
 
 
-def gate(machine, place):
+def gate(machine, place, package=""):
     """Makes a gate that one install waits at: "preinst", "unpacking" or "postinst".
 
+    The gate in unpacking can be for one `package` file only, given by the end of its path.
     Returns the options that the release to be installed needs; see lab.releases.release.
     """
     machine.run(["mkfifo", "/run/gate"])
     if place != "unpacking":
         return [f"--{place}", _WAIT_AT_GATE]
     machine.run("mv /usr/bin/dpkg-deb /usr/bin/dpkg-deb.real")
-    machine.write("/usr/bin/dpkg-deb", _GATE_IN_UNPACKING, 0o755)
+    machine.write("/usr/bin/dpkg-deb", _GATE_IN_UNPACKING.replace("PACKAGE", package), 0o755)
     return []
 
 
 def run_at_gate(machine, command):
-    """Runs a shell line while the install waits at the gate, then opens the gate for good."""
-    machine.run(f"exec 3>/run/gate && rm /run/gate && {command}", timeout=120)
+    """Runs a shell line while the install waits at the gate, then opens the gate for good.
+
+    Returns the output of the line.
+    """
+    return machine.run(f"exec 3>/run/gate && rm /run/gate && {command}", timeout=120)

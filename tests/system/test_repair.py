@@ -9,6 +9,7 @@ from conftest import SERVICE
 
 from lab import kill_rounds
 from lab.client_log import running
+from lab.held_install import gate, run_at_gate
 from lab.kill_rounds import Round
 from lab.machine import SOCKET, Machine
 from lab.releases import package
@@ -114,12 +115,6 @@ def test_a_process_that_a_postinst_leaves_does_not_delay_the_start(machine):
     assert machine.run(["pgrep", "--count", "sleep"]) == "1\n"
 
 
-# Whoever opens the gate to write waits for dpkg to come to it, and holds it there.
-GATE = "[ ! -p /run/gate ] || read -r _ </run/gate || true"
-GATE_IN_ROLLBACK = f"""#!/bin/bash
-[[ $1 = --fsys-tarfile && $2 = {COPY} ]] || exec dpkg-deb.real "$@"
-dpkg-deb.real "$@" | {{ head -c 300000; {GATE}; cat; }}
-"""
 EVERYTHING = f"echo 1 >/sys/fs/cgroup/system.slice/{SERVICE}/cgroup.kill"
 THE_APT_TREE = "kill -9 $(grep -lszx VANTRELL_UPDATE_APPLY=1 /proc/[0-9]*/environ | cut -d / -f 3)"
 
@@ -149,19 +144,17 @@ KILLED = [
 def test_a_killed_install_ends_as_a_whole_package(accepted, killed):
     machine = accepted
     if killed.place == "rollback":
-        machine.run("mv /usr/bin/dpkg-deb /usr/bin/dpkg-deb.real")
-        machine.write("/usr/bin/dpkg-deb", GATE_IN_ROLLBACK, 0o755)
+        gate(machine, "unpacking", COPY)
         stage(machine, "1.2", "--behaviour", "die-after 0")
     else:
-        stage(machine, "1.2", "--postinst", GATE)
+        stage(machine, "1.2", *gate(machine, "postinst"))
     hurry(machine, 1 if killed.by_timer else 600)
     old = main_pid(machine)
-    machine.run("mkfifo /run/gate")
     client = running(machine, machine.login("alice").start([CLIENT]))
     lines = client_requests_apply(machine, client)
     # While an install of ours runs, the repair says and does nothing.
-    assert machine.run(f"exec 3>/run/gate && rm /run/gate && systemctl start {REPAIR} && "
-                       f"{SAID_BY_REPAIR} && {killed.what}", timeout=120) == ""
+    assert run_at_gate(machine, f"systemctl start {REPAIR} && {SAID_BY_REPAIR} && "
+                       f"{killed.what}") == ""
     wait_until_whole(machine, killed.version)
     machine.wait_for_log("listening on", after=lines)
     by_start, by_timer = machine.log()[lines:], machine.run(SAID_BY_REPAIR).splitlines()
