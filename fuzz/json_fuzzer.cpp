@@ -1,8 +1,8 @@
 // Feeds arbitrary bytes to the JSON parser. A refusal must name a position in the text. An accepted
 // value must be equal after a dump and a second parse, except for the digits of its numbers.
 //
-//   cmake --preset clang && cmake --build --preset clang --target json_fuzzer
-//   build/clang/fuzz/json_fuzzer -max_total_time=60
+//   cmake --preset asan && cmake --build --preset asan --target json_fuzzer
+//   build/asan/fuzz/json_fuzzer -max_total_time=60
 
 #include <cmath>
 #include <cstdint>
