@@ -16,6 +16,6 @@ cmake --build $built/release
 rm -rf $built/service
 DESTDIR="$PWD/$built/service" cmake --install $built/release --prefix /usr --strip
 
-for program in hash_file json_parse socket_client minimal_server no_trim.so; do
+for program in hash_file json_memory json_parse socket_client minimal_server no_trim.so; do
   cp $built/release/bench/$program $built/
 done

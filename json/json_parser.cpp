@@ -5,7 +5,6 @@
 #include <cstdlib>
 #include <map>
 #include <string_view>
-#include <utility>
 
 namespace Vantrell {
 namespace {
@@ -28,16 +27,18 @@ constexpr size_t UnicodeDigits = 4;  // hexadecimal, after the `u` of an escape
 struct JsonParser {
   const std::string& text;
   size_t position = 0;
-  size_t depth = 0;   // arrays and objects that are open at `position`
-  std::string error;  // empty until the first error
+  size_t depth = 0;     // arrays and objects that are open at `position`
+  std::string error;    // empty until the first error
+  std::string content;  // of the string that was read last
 
   bool AtEnd() const { return position >= text.size(); }
   char Current() const { return text[position]; }
 };
 
-// The places of the keys of one object. A tree and not a hash table, because the author of the
-// document chooses the keys and could choose them so that their hashes collide.
-using KeyIndex = std::map<std::string, size_t>;
+// The places of the keys of one object, as views of the stored keys, whose bytes do not move. A
+// tree and not a hash table, because the author of the document chooses the keys and could choose
+// them so that their hashes collide.
+using KeyIndex = std::map<std::string_view, size_t>;
 
 // Keeps the first error. Returns false, so that the caller can return the result. Not inlined,
 // because its buffer would enlarge the stack frames of the recursive functions.
@@ -173,16 +174,16 @@ void AppendPlainStretch(JsonParser& parser, std::string& target) {
   parser.position += static_cast<size_t>(stop - start);
 }
 
-// Begins at the opening quote.
-bool ParseJsonString(JsonParser& parser, std::string& target) {
-  target.clear();
+// Begins at the opening quote. The result is in `parser.content`.
+bool ParseJsonString(JsonParser& parser) {
+  parser.content.clear();
   ++parser.position;
   while (true) {
-    AppendPlainStretch(parser, target);
+    AppendPlainStretch(parser, parser.content);
     if (parser.AtEnd()) return SetParseError(parser, "unterminated string");
     if (Accept(parser, '"')) return true;
     ++parser.position;
-    if (!ParseEscape(parser, target)) return false;
+    if (!ParseEscape(parser, parser.content)) return false;
   }
 }
 
@@ -246,25 +247,25 @@ bool ParseArray(JsonParser& parser, JsonValue& value) {
 
 // Does the same as object.Set(key, JsonValue()), but fast for many keys. `index` belongs to this
 // object and is empty before the first call.
-JsonValue& SetNull(JsonValue& object, KeyIndex& index, std::string key) {
+JsonValue& SetNull(JsonValue& object, KeyIndex& index, const std::string& key) {
   const size_t count = object.keys.size();
-  if (count < IndexedSize) return object.Set(std::move(key), JsonValue());
+  if (count < IndexedSize) return object.Set(key, JsonValue());
   if (index.empty()) {
     for (size_t place = 0; place < count; ++place) index.emplace(object.keys[place], place);
   }
-  const auto [entry, isNew] = index.emplace(key, count);
-  if (!isNew) return object.values[entry->second] = JsonValue();
-  object.keys.push_back(std::move(key));
-  return object.values.emplace_back();
+  const auto entry = index.find(key);
+  if (entry != index.end()) return object.values[entry->second] = JsonValue();
+  index.emplace(object.keys.Append(CompactString(key)), count);
+  return object.values.Append(JsonValue());
 }
 
-// A key and the colon after it.
-bool ParseKey(JsonParser& parser, std::string& key) {
+// A key and the colon after it. The key is in `parser.content`.
+bool ParseKey(JsonParser& parser) {
   SkipWhitespace(parser);
   if (parser.AtEnd() || parser.Current() != '"') {
     return SetParseError(parser, "expected object key");
   }
-  if (!ParseJsonString(parser, key)) return false;
+  if (!ParseJsonString(parser)) return false;
   SkipWhitespace(parser);
   return Accept(parser, ':') || SetParseError(parser, "expected ':'");
 }
@@ -277,9 +278,8 @@ bool ParseObject(JsonParser& parser, JsonValue& value) {
 
   KeyIndex index;  // stays empty while the object has few members
   while (true) {
-    std::string key;
-    if (!ParseKey(parser, key)) return false;
-    if (!ParseJsonValue(parser, SetNull(value, index, std::move(key)))) return false;
+    if (!ParseKey(parser)) return false;
+    if (!ParseJsonValue(parser, SetNull(value, index, parser.content))) return false;
 
     SkipWhitespace(parser);
     if (parser.AtEnd()) return SetParseError(parser, "unterminated object");
@@ -300,7 +300,9 @@ bool ParseNested(JsonParser& parser, JsonValue& value) {
 
 bool ParseText(JsonParser& parser, JsonValue& value) {
   value.kind = JsonKind::String;
-  return ParseJsonString(parser, value.text);
+  if (!ParseJsonString(parser)) return false;
+  value.text = CompactString(parser.content);
+  return true;
 }
 
 bool ParseJsonValue(JsonParser& parser, JsonValue& value) {
@@ -325,7 +327,7 @@ bool ParseJsonValue(JsonParser& parser, JsonValue& value) {
 }  // namespace
 
 std::optional<JsonValue> ParseJson(const std::string& text, std::string* error) {
-  JsonParser parser{text, 0, 0, {}};
+  JsonParser parser{text, 0, 0, {}, {}};
   JsonValue value;
   if (ParseJsonValue(parser, value)) return value;
   if (error != nullptr) *error = parser.error;

@@ -1,6 +1,7 @@
 #include "json/json_serializer.h"
 
 #include <cstdio>
+#include <string_view>
 
 namespace Vantrell {
 namespace {
@@ -44,7 +45,7 @@ void AppendEscapedByte(std::string& target, char byte) {
   target += escape;
 }
 
-void AppendQuoted(std::string& target, const std::string& text) {
+void AppendQuoted(std::string& target, std::string_view text) {
   target.push_back('"');
   for (const char byte : text) AppendEscapedByte(target, byte);
   target.push_back('"');

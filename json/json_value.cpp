@@ -4,6 +4,7 @@
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
+#include <string_view>
 #include <utility>
 
 namespace Vantrell {
@@ -18,6 +19,16 @@ bool FitsInt64(double value) { return value >= -Int64End && value < Int64End; }
 // Outside the range the cast is undefined, so the range is tested first.
 int64_t TruncateToInt64(double value) {
   return FitsInt64(value) ? static_cast<int64_t>(value) : INT64_MIN;
+}
+
+double ReadDouble(const std::string& text, double fallback) {
+  return text.empty() ? fallback : strtod(text.c_str(), nullptr);
+}
+
+// The place of the key, or the number of keys when there is none.
+size_t FindKey(const CompactVector<CompactString>& keys, std::string_view key) {
+  const CompactString* const found = std::find(keys.begin(), keys.end(), key);
+  return static_cast<size_t>(found - keys.begin());
 }
 
 std::string NumberText(double value) {
@@ -39,7 +50,7 @@ JsonValue::JsonValue(double value) : kind(JsonKind::Number), number(value) {}
 
 JsonValue::JsonValue(int64_t value) : kind(JsonKind::Number), number(static_cast<double>(value)) {}
 
-JsonValue::JsonValue(std::string content) : kind(JsonKind::String), text(std::move(content)) {}
+JsonValue::JsonValue(const std::string& content) : kind(JsonKind::String), text(content) {}
 
 JsonValue::JsonValue(const char* content) : JsonValue(std::string(content)) {}
 
@@ -61,10 +72,10 @@ JsonValue& JsonValue::operator=(JsonValue other) noexcept {
   kind = other.kind;
   boolean = other.boolean;
   number = other.number;
-  text.swap(other.text);
-  items.swap(other.items);
-  keys.swap(other.keys);
-  values.swap(other.values);
+  std::swap(text, other.text);
+  std::swap(items, other.items);
+  std::swap(keys, other.keys);
+  std::swap(values, other.values);
   return *this;
 }
 
@@ -82,12 +93,11 @@ const JsonValue& JsonValue::At(size_t index) const {
 
 const JsonValue& JsonValue::Get(const std::string& key) const {
   if (kind != JsonKind::Object) return JsonNullValue();
-  const auto found = std::find(keys.begin(), keys.end(), key);
-  return At(static_cast<size_t>(found - keys.begin()));
+  return At(FindKey(keys, key));
 }
 
 bool JsonValue::Contains(const std::string& key) const {
-  return kind == JsonKind::Object && std::find(keys.begin(), keys.end(), key) != keys.end();
+  return kind == JsonKind::Object && FindKey(keys, key) != keys.size();
 }
 
 std::string JsonValue::FirstString(const std::vector<std::string>& names,
@@ -119,7 +129,7 @@ double JsonValue::AsDouble(double fallback) const {
     case JsonKind::Number:
       return number;
     case JsonKind::String:
-      return text.empty() ? fallback : strtod(text.c_str(), nullptr);
+      return ReadDouble(AsString(), fallback);
     default:
       return fallback;
   }
@@ -138,7 +148,7 @@ std::string JsonValue::AsString(const std::string& fallback) const {
     case JsonKind::Number:
       return NumberText(number);
     case JsonKind::String:
-      return text;
+      return std::string(std::string_view(text));
     default:
       return fallback;
   }
@@ -147,23 +157,21 @@ std::string JsonValue::AsString(const std::string& fallback) const {
 JsonValue& JsonValue::PushBack(JsonValue value) {
   if (kind != JsonKind::Array) {
     kind = JsonKind::Array;
-    items.clear();
+    items.Clear();
   }
-  return items.emplace_back(std::move(value));
+  return items.Append(std::move(value));
 }
 
-JsonValue& JsonValue::Set(std::string key, JsonValue value) {
+JsonValue& JsonValue::Set(const std::string& key, JsonValue value) {
   if (kind != JsonKind::Object) {
     kind = JsonKind::Object;
-    keys.clear();
-    values.clear();
+    keys.Clear();
+    values.Clear();
   }
-  const auto found = std::find(keys.begin(), keys.end(), key);
-  if (found != keys.end()) {
-    return values[static_cast<size_t>(found - keys.begin())] = std::move(value);
-  }
-  keys.push_back(std::move(key));
-  return values.emplace_back(std::move(value));
+  const size_t place = FindKey(keys, key);
+  if (place < keys.size()) return values[place] = std::move(value);
+  keys.Append(CompactString(key));
+  return values.Append(std::move(value));
 }
 
 const JsonValue& JsonNullValue() {

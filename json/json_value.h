@@ -9,6 +9,8 @@
 #include <string>
 #include <vector>
 
+#include "json/compact_vector.h"
+
 namespace Vantrell {
 
 enum class JsonKind : uint32_t {
@@ -22,21 +24,22 @@ enum class JsonKind : uint32_t {
 
 // Every value has all the fields; only those of its kind are valid. An Object is an ordered list:
 // `keys` and `values` have the same length, and the keys are distinct and in the order in which
-// they first appeared.
+// they first appeared. The record is small, because the length of an answer has no limit:
+// bench/json_memory.cpp measures what a text costs.
 struct JsonValue {
   JsonKind kind = JsonKind::Null;
   bool boolean = false;
   double number = 0;
-  std::string text;  // UTF-8 if the input was; may contain NUL bytes
-  std::vector<JsonValue> items;
-  std::vector<std::string> keys;
-  std::vector<JsonValue> values;
+  CompactString text;  // UTF-8 if the input was; may contain NUL bytes
+  CompactVector<JsonValue> items;
+  CompactVector<CompactString> keys;
+  CompactVector<JsonValue> values;
 
   JsonValue() = default;
   explicit JsonValue(bool truth);
   explicit JsonValue(double value);
   explicit JsonValue(int64_t value);  // kept as a double: exact up to 2 to the 53rd
-  explicit JsonValue(std::string content);
+  explicit JsonValue(const std::string& content);
   explicit JsonValue(const char* content);  // without this one a literal would become a Bool
   static JsonValue EmptyArray();
   static JsonValue EmptyObject();
@@ -78,7 +81,7 @@ struct JsonValue {
   // A value of another kind first becomes an empty Array or Object; its other fields stay, unread.
   // Both return the stored value, valid until the next change of this value.
   JsonValue& PushBack(JsonValue value);
-  JsonValue& Set(std::string key, JsonValue value);
+  JsonValue& Set(const std::string& key, JsonValue value);
 };
 
 // The Null that failed lookups return. Any thread may use it at any time, during the exit of the
