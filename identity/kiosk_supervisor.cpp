@@ -50,8 +50,8 @@ std::vector<int32_t> FindClientPids(int32_t uid) {
   std::vector<int32_t> pids;
   const Directory processes = OpenDirectory("/proc");
   if (!processes) return pids;
-  while (const dirent* entry = readdir(processes.get())) {
-    const int32_t pid = static_cast<int32_t>(strtol(entry->d_name, nullptr, 10));
+  while (const char* name = NextEntry(processes)) {
+    const int32_t pid = static_cast<int32_t>(strtol(name, nullptr, 10));
     if (pid <= 0 || !IsClientProcess(pid)) continue;
     if (uid != -1 && ProcessUid(pid) != uid) continue;
     pids.push_back(pid);
