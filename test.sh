@@ -161,17 +161,18 @@ system_tests() { # FLAVOUR [NAME]
 }
 
 everything() {
-  # Under the sanitizers only tests that run all threads and read all input, and one whole apply.
-  local sanitized='refusals or hostile or service or seat or road or each_user'
+  # Under the sanitizers only tests that run all threads, and one whole apply; under that of
+  # addresses also those that read all input.
+  local threads='service or seat or road or each_user'
   # The system tests of a flavour run while the next step builds.
   begin_system release
   checks
-  end_system release
-  begin_system asan "$sanitized"
   unit_tests asan
-  end_system asan
-  begin_system tsan "$sanitized"
+  end_system release
+  begin_system asan "$threads or refusals or hostile"
   unit_tests tsan
+  end_system asan
+  begin_system tsan "$threads"
   end_system tsan
 }
 
