@@ -1,0 +1,94 @@
+#include <cmath>
+
+#include "json/json_parser.h"
+#include "json/json_serializer.h"
+#include "tests/unit/text_cases.h"
+
+namespace Vantrell {
+
+TEST(JsonParser, TakesTheFirstValueOfATextOrNamesTheFirstErrorAndItsOffset) {
+  std::string many;  // after these members a key is searched in an index
+  for (char key = 'b'; key <= 'p'; ++key) many += std::string(",\"") + key + "\":0";
+  const std::vector<TextCase> cases = {
+      {"blanks", " \t\r\n{ \"b\" : [ 1 , true ,false, null ] } ", R"({"b":[1,true,false,null]})"},
+      {"text after the value", "truex", "true"},
+      {"a repeated key", R"({"":[1],"":{"c":2},"b":3,"":[4]})", R"({"":[4],"b":3})"},
+      {"repeated keys of many", "{\"a\":[0]" + many + R"(,"a":4,"q":[2],"q":[3]})",
+       "{\"a\":4" + many + R"(,"q":[3]})"},
+      {"numbers as strtod() reads them", "[+1,001,.1E+1,1.0.3,1-2,1e,--5,e5]", "[1,1,1,1,1,1,0,0]"},
+      {"no hexadecimal numbers", "0x10", "0"},
+      {"escapes", R"("\"\\\/\b\f\n\r\ta\u0000\u001f")", R"("\"\\/\b\f\n\r\ta\u0000\u001f")"},
+      {"raw bytes", {"\"\tand \xFF\x80 and \0\"", 15}, "\"\\tand \xFF\x80 and \\u0000\""},
+      {"UTF-8 of one to four bytes", R"("\u007f\u0080\u07FF\u0800\uffff\uD800\uDC00\uDBFF\uDFFF")",
+       "\"\x7F\xC2\x80\xDF\xBF\xE0\xA0\x80\xEF\xBF\xBF\xF0\x90\x80\x80\xF4\x8F\xBF\xBF\""},
+      {"halves that form no pair", R"("\uDE00\uDE00\uD83D\n\uD83D\uD83D\uDE00")",
+       "\"\xED\xB8\x80\xED\xB8\x80\xED\xA0\xBD\\n\xED\xA0\xBD\xED\xA0\xBD\xED\xB8\x80\""},
+      {"no value", " \n\t", "unexpected end of input at offset 3"},
+      {"an open array", "[1 ", "unterminated array at offset 3"},
+      {"no comma", "[1 2]", "expected ',' or ']' at offset 3"},
+      {"a byte order mark", "\xEF\xBB\xBF{}", "expected number at offset 0"},
+      {"no key", R"({"a":1,})", "expected object key at offset 7"},
+      {"no colon", R"({"a")", "expected ':' at offset 4"},
+      {"an open object", R"({"a":1)", "unterminated object at offset 6"},
+      {"a semicolon", R"({"a":1;)", "expected ',' or '}' at offset 6"},
+      {"a misspelled word", " falsy", "bad literal at offset 1"},
+      {"an open string", R"("ab\n)", "unterminated string at offset 5"},
+      {"half an escape", R"("ab\)", "unterminated escape at offset 4"},
+      {"an unknown escape", R"("\q")", "bad escape at offset 3"},
+      {"three digits", R"("\u12)", "short \\u escape at offset 3"},
+      {"other digits in a key", R"({"k\uD83D\u123x":1})", "bad hex digit at offset 15"},
+      {"1001 levels", "[[],[]," + std::string(1000, '['), "nesting too deep at offset 1006"},
+  };
+  ExpectEach(cases, [](const std::string& text) {
+    std::string error = "unchanged";
+    const std::optional<JsonValue> value = ParseJson(text, &error);
+    if (!value) return error;
+    EXPECT_EQ(error, "unchanged");
+    return DumpJson(*value);
+  });
+}
+
+TEST(JsonValue, IsConvertedOrGivesTheFallback) {
+  constexpr int64_t Odd = 9007199254740993;  // 2 to the 53rd and one: no double is equal to it
+  const struct {
+    std::string json;
+    bool asBool;  // the fallbacks are true, 0.5, Odd and "none"
+    double asDouble;
+    int64_t asInt;
+    std::string asString;
+  } cases[] = {
+      {"null", true, 0.5, Odd, "none"},
+      {"[]", true, 0.5, 9007199254740992, "none"},
+      {"true", true, 1, 1, "true"},
+      {"-1234567.5", true, -1234567.5, -1234567, "-1.23457e+06"},
+      {"9223372036854775808", true, 0x1p63, INT64_MIN, "9.22337e+18"},
+      {"-9223372036854775808", true, -0x1p63, INT64_MIN, "-9223372036854775808"},
+      {"1e999", true, HUGE_VAL, Odd, "inf"},
+      {R"("")", false, 0.5, 9007199254740992, ""},
+      {R"("true")", true, 0, 0, "true"},
+      {R"("1")", true, 1, 1, "1"},
+      {R"("12abc")", false, 12, 12, "12abc"},
+  };
+  for (const auto& given : cases) {
+    SCOPED_TRACE(given.json);
+    const JsonValue value = *ParseJson(given.json, nullptr);
+    EXPECT_EQ(value.AsBool(true), given.asBool);
+    EXPECT_EQ(value.AsDouble(0.5), given.asDouble);
+    EXPECT_EQ(value.AsInt(Odd), given.asInt);
+    EXPECT_EQ(value.AsString("none"), given.asString);
+  }
+}
+
+TEST(JsonValue, GivesTheSharedNullWhereNothingIsFound) {
+  JsonValue value = *ParseJson(R"({"n":null,"e":"","a":[7,8],"f":false})", nullptr);
+  for (const JsonValue* missing : {&value.Get("x"), &value.Get("a").At(2), &value.At(4),
+                                   &value.Get("a").Get("n"), &value.Get("e").At(0)}) {
+    EXPECT_EQ(missing, &JsonNullValue());
+  }
+  EXPECT_EQ(value.FirstString({"x", "n", "e", "f", "a"}, "none"), "false");
+  EXPECT_EQ(value.FirstString({"x", "n", "e"}, "none"), "none");
+  value = value.Get("a");
+  EXPECT_EQ(value.At(1).number, 8);
+}
+
+}  // namespace Vantrell
