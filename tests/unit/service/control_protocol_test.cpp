@@ -1,12 +1,16 @@
 #include "service/control_protocol.h"
 
-#include <gtest/gtest.h>
+#include <sys/eventfd.h>
 #include <sys/socket.h>
 #include <sys/time.h>
 
+#include <future>
+
 #include "base/descriptor.h"
 #include "service/service_state.h"
+#include "service/session_hold.h"
 #include "service/socket_io.h"
+#include "tests/unit/text_cases.h"
 
 namespace Vantrell::ClientUpdateService {
 
@@ -20,24 +24,19 @@ TEST(ControlProtocol, RefusesUnknownRingsAndRequests) {
 }
 
 TEST(ControlProtocol, AnswersOneLineWithinItsLimitsAndCloses) {
-  const struct {
-    std::string behaviour, request, reply;
-    bool allRead;
-  } cases[] = {
-      {"a line", "STATUS\r\n", "IDLE - \n", true},
-      {"an empty line", "\n", "ERR unknown request\n", true},
-      {"bytes after the line", "X\r\r\nx", "ERR unknown request\n", false},
-      {"nothing", "", "", true},
-      {"as long as a request may be", "STATUS" + std::string(1018, 'x'), "IDLE - \n", true},
-      {"a longer request", "STATUS" + std::string(1019, 'x'), "IDLE - \n", false},
+  const std::vector<TextCase> cases = {
+      {"nothing", "", ""},
+      {"an empty line", "\n", "ERR unknown request\n"},
+      {"bytes after the line", "X\r\r\nx", "ERR unknown request\n, bytes unread"},
+      {"as long as a request may be", "STATUS" + std::string(1018, 'x'), "IDLE - \n"},
+      {"a longer request", "STATUS" + std::string(1019, 'x'), "IDLE - \n, bytes unread"},
   };
-  for (const auto& given : cases) {
-    SCOPED_TRACE(given.behaviour);
+  ExpectEach(cases, [](const std::string& request) {
     int ends[2] = {};
-    ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends), 0);
+    EXPECT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends), 0);
     const Descriptor peer(ends[0]);
     Descriptor copy(dup(ends[1]));  // keeps the options readable after the close
-    SendAll(peer.Number(), given.request);
+    SendAll(peer.Number(), request);
     shutdown(peer.Number(), SHUT_WR);
     serviceState.connections = 3;
     HandleConnection(ends[1]);
@@ -52,9 +51,29 @@ TEST(ControlProtocol, AnswersOneLineWithinItsLimitsAndCloses) {
     std::string reply;
     ssize_t got = 1;
     for (char byte = 0; (got = recv(peer.Number(), &byte, 1, 0)) == 1;) reply += byte;
-    EXPECT_EQ(reply, given.reply);
-    EXPECT_EQ(got == 0, given.allRead);  // the kernel reports unread bytes as a reset
-  }
+    return got == 0 ? reply : reply + ", bytes unread";  // the kernel reports them as a reset
+  });
+}
+
+TEST(SessionHold, HasNoTimeLimitAndEndsWithTheService) {
+  int ends[2] = {};
+  ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends), 0);
+  const Descriptor peer(ends[0]);
+  const Descriptor connection(ends[1]);
+  timeval limit = {15, 0};
+  socklen_t size = sizeof limit;
+  ASSERT_EQ(setsockopt(connection.Number(), SOL_SOCKET, SO_RCVTIMEO, &limit, size), 0);
+  const Descriptor stopEvent(eventfd(0, EFD_CLOEXEC));
+  serviceState.stopEventFd = stopEvent.Number();
+  const auto session = std::async(std::launch::async, KeepSession, connection.Number());
+  SignalStopEvent();
+  EXPECT_EQ(session.wait_for(std::chrono::seconds(20)), std::future_status::ready);
+  shutdown(peer.Number(), SHUT_RDWR);  // ends the session after a failure
+  session.wait();
+  EXPECT_EQ(serviceState.sessionHolds, 0);
+  ASSERT_EQ(getsockopt(connection.Number(), SOL_SOCKET, SO_RCVTIMEO, &limit, &size), 0);
+  EXPECT_EQ(limit.tv_sec, 0);
+  serviceState.stopEventFd = -1;
 }
 
 }  // namespace Vantrell::ClientUpdateService
