@@ -2,6 +2,8 @@
 
 #include <curl/curl.h>
 #include <dlfcn.h>
+#include <sys/syscall.h>
+#include <unistd.h>
 
 #include <map>
 
@@ -13,6 +15,7 @@ namespace {
 
 std::map<CURLoption, long> options;            // the last value of each
 CURLoption refusedOption = CURLOPT_LASTENTRY;  // none
+int syncs = 0;
 
 std::string ErrorOfGet() {
   std::string error;
@@ -23,7 +26,7 @@ std::string ErrorOfGet() {
 
 }  // namespace
 
-// These take the place of libcurl's functions in the test program. A long is as wide as a pointer.
+// These take the place of library functions in the test program. A long is as wide as a pointer.
 CURLcode RecordOption(CURL* handle, CURLoption option, long value) __asm__("curl_easy_setopt");
 CURLcode RecordOption(CURL* handle, CURLoption option, long value) {
   static const auto real =
@@ -32,32 +35,44 @@ CURLcode RecordOption(CURL* handle, CURLoption option, long value) {
   return option == refusedOption ? CURLE_UNKNOWN_OPTION : real(handle, option, value);
 }
 
-curl_slist* AppendHeader(curl_slist* list, const char* text) __asm__("curl_slist_append");
-curl_slist* AppendHeader(curl_slist* list, const char* text) {
+extern "C" curl_slist* curl_slist_append(curl_slist* list, const char* text) {
   static const auto real =
-      reinterpret_cast<decltype(&AppendHeader)>(dlsym(RTLD_NEXT, "curl_slist_append"));
+      reinterpret_cast<decltype(&curl_slist_append)>(dlsym(RTLD_NEXT, "curl_slist_append"));
   return refusedOption == CURLOPT_HTTPHEADER ? nullptr : real(list, text);
 }
 
-TEST(HttpsTransport, FailsWithoutItsProtocolLimitsAndItsHeaders) {
+extern "C" int fsync(int descriptor) {
+  ++syncs;
+  return static_cast<int>(syscall(SYS_fsync, descriptor));
+}
+
+TEST(HttpsTransport, HasTimeLimitsAndFailsWithoutItsProtocolLimitsAndItsHeaders) {
   const std::string words = "An unknown option was passed in to libcurl";
   for (const CURLoption option : {CURLOPT_REDIR_PROTOCOLS_STR, CURLOPT_PROTOCOLS_STR}) {
     refusedOption = option;
     EXPECT_EQ(ErrorOfGet(), "download failed, " + words) << option;
   }
+  EXPECT_EQ(options[CURLOPT_CONNECTTIMEOUT_MS], 20000);
+  EXPECT_EQ(options[CURLOPT_TIMEOUT_MS], 60000);
   EXPECT_EQ(HttpsPostJson("127.0.0.1:1", "/", "", "", 2000).error, "curl error " + words);
   refusedOption = CURLOPT_HTTPHEADER;
   EXPECT_EQ(ErrorOfGet(), "download failed, Out of memory");
+  EXPECT_EQ(HttpsPostJson("127.0.0.1:1", "/", "", "", 2000).error, "curl error Out of memory");
   refusedOption = CURLOPT_LASTENTRY;
 }
 
-TEST(HttpsTransport, LimitsTheTimeOfEachFile) {
-  EXPECT_EQ(ErrorOfGet(), "download failed, Couldn't connect to server");
-  EXPECT_EQ(options[CURLOPT_CONNECTTIMEOUT_MS], 20000);
-  EXPECT_EQ(options[CURLOPT_TIMEOUT_MS], 60000);
+TEST(Download, FollowsNoLinkAndUsesHttpsOnlyAndSyncsAndRemovesItsFileAndHasATimeLimit) {
   const TemporaryFolder folder;
+  const std::string path = folder.Write("file", "content");
+  std::filesystem::create_symlink(path, folder.Path("link"));
   std::string error;
-  EXPECT_FALSE(DownloadToFile("https://127.0.0.1:1/", folder.Path("file"), error));
+  EXPECT_FALSE(DownloadToFile("https://127.0.0.1:1/", folder.Path("link"), error));
+  EXPECT_EQ(error, "cannot create staging file");
+  syncs = 0;
+  EXPECT_FALSE(DownloadToFile("http://127.0.0.1:1/", path, error));
+  EXPECT_EQ(error, "download failed, Unsupported protocol");
+  EXPECT_EQ(syncs, 1);
+  EXPECT_FALSE(std::filesystem::exists(path));
   EXPECT_EQ(options[CURLOPT_TIMEOUT_MS], 1800000);
 }
 
