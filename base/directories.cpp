@@ -12,19 +12,26 @@
 namespace Vantrell {
 namespace {
 
-bool RemoveTreeAt(int parent, const char* name) {
+bool IsThere(const char* path) {
   struct stat status = {};
-  if (fstatat(parent, name, &status, AT_SYMLINK_NOFOLLOW) != 0) return true;
+  return lstat(path, &status) == 0;
+}
+
+// `top` is the path of the whole removal. The removal of "a/.." ends when "a" is gone, because the
+// path then leads nowhere: it must not go on in the parent.
+bool RemoveTreeAt(const char* top, int parent, const char* name) {
+  struct stat status = {};
+  if (!IsThere(top) || fstatat(parent, name, &status, AT_SYMLINK_NOFOLLOW) != 0) return true;
   if (!S_ISDIR(status.st_mode)) return unlinkat(parent, name, 0) == 0;
 
   Directory directory = OpenDirectoryAt(parent, name);
   if (!directory) return unlinkat(parent, name, AT_REMOVEDIR) == 0;
   while (const char* child = NextEntry(directory)) {
     // If a child cannot be removed, the removal of the directory fails too.
-    RemoveTreeAt(dirfd(directory.get()), child);
+    RemoveTreeAt(top, dirfd(directory.get()), child);
   }
   directory.reset();
-  return unlinkat(parent, name, AT_REMOVEDIR) == 0;
+  return IsThere(top) && unlinkat(parent, name, AT_REMOVEDIR) == 0;
 }
 
 }  // namespace
@@ -64,6 +71,8 @@ bool MakeParentDirs(const std::string& path, mode_t mode) {
   return MakeDirs(path.substr(0, path.rfind('/')), mode);
 }
 
-bool RemoveTree(const std::string& path) { return RemoveTreeAt(AT_FDCWD, path.c_str()); }
+bool RemoveTree(const std::string& path) {
+  return RemoveTreeAt(path.c_str(), AT_FDCWD, path.c_str());
+}
 
 }  // namespace Vantrell
