@@ -24,6 +24,11 @@ def client_starts(machine, version):
             for pid, uid, arguments, environment in records]
 
 
+def started(machine, version):
+    """The arguments of each client of a version, in the order of the starts."""
+    return [start.arguments for start in client_starts(machine, version)]
+
+
 def wait_for_client(machine, pattern):
     """Waits for a line of the clients' log that matches a regular expression of grep."""
     wait = 'until grep -q -- "$0" "$1"; do sleep 0.05; done'

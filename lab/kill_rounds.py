@@ -20,38 +20,37 @@ import sys
 import time
 
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent.parent))
+from lab import log_lines  # noqa: E402
 from lab.client_log import running  # noqa: E402
 from lab.machine import SERVICE, SOCKET, Machine, missing_requirements  # noqa: E402
-from lab.releases import package, release  # noqa: E402
-from lab.service_view import CLIENT, STATE  # noqa: E402
-from lab.update_steps import request_apply, shut_window  # noqa: E402
+from lab.releases import release  # noqa: E402
+from lab.service_view import (CLIENT, COPY, RECORD, REPAIR, digest_of,  # noqa: E402
+                              set_timer)
+from lab.update_steps import install_client, request_apply, shut_window  # noqa: E402
 
-REPAIR = SERVICE.replace(".service", "-repair")
 GOOD, BAD = ("2.0", "2.1", "2.2"), "3.0"
 BALLAST = ("--ballast", "8")  # unpacking then takes a good part of the install
-HURRY = ("[Timer]\nOnActiveSec=\nOnUnitInactiveSec=\nOnActiveSec=3\nOnUnitInactiveSec=3\n"
-         "AccuracySec=0.1\n")
-APT_TREE = "$(grep -lszx VANTRELL_UPDATE_APPLY=1 /proc/[0-9]*/environ | cut -d / -f 3)"
 VICTIMS = {
     "service": f"kill -9 $(systemctl show -P MainPID {SERVICE})",
     "apt-get": "kill -9 $(pidof apt-get)",
-    "apt tree": f"kill -9 {APT_TREE}",
+    "apt tree": "kill -9 $(grep -lszx VANTRELL_UPDATE_APPLY=1 /proc/[0-9]*/environ | "
+                "cut -d / -f 3)",
     "both": f"echo 1 >/sys/fs/cgroup/system.slice/{SERVICE}/cgroup.kill",
     "power": None,
 }
 WHOLE_LIMIT = 180  # seconds until a machine is whole
 LOOK = f"""dpkg --audit; ls /var/lib/dpkg/updates
 dpkg-query -W -f '${{db:Status-Status}} ${{db:Status-Eflag}}\n' vantrell-harbor
-systemctl is-active {SERVICE}; systemctl is-active {REPAIR}.service; systemctl list-jobs --no-legend
+systemctl is-active {SERVICE}; systemctl is-active {REPAIR}; systemctl list-jobs --no-legend
 echo STATUS | timeout 5 nc -U -N {SOCKET} | cut -c 1-4
 """
 WHOLE = [["installed ok", "active", "inactive", word] for word in ("IDLE", "READ")]
 MENDED = {
-    "finished": "dpkg was interrupted; finishing its work",
-    "reinstalled": "vantrell-harbor is damaged; installing the rollback copy",
-    "copied": "the rollback copy was missing or damaged; made it again from the staged package",
-    "no copy": "no rollback copy: ",
-    "waited": "waiting for an install that outlived the service",
+    "finished": log_lines.FINISHED,
+    "reinstalled": log_lines.REINSTALLED,
+    "copied": log_lines.COPIED_AGAIN,
+    "no copy": log_lines.COPY_REMOVED,
+    "waited": log_lines.WAITED,
 }
 
 # The kill comes after this part of an install, of the length that the last one without a kill had,
@@ -74,17 +73,15 @@ def draw(seed, number):
 
 def prepare(machine):
     """Brings a new machine to an accepted release, with a rollback copy; see update()."""
-    machine.install(package("1.0"))
-    machine.wait_for_log("listening on")
+    install_client(machine)
     shut_window(machine)
-    machine.write(f"/etc/systemd/system/{REPAIR}.timer.d/hurry.conf", HURRY)
-    machine.run(f"systemctl daemon-reload; systemctl restart {REPAIR}.timer")
+    set_timer(machine, 3)
     return update(machine, GOOD[0])
 
 
 def recorded(machine):
     """Name and hash of the accepted package, as the service recorded them; empty if none is."""
-    return machine.run(f"grep '[.]deb ' {STATE}/installed.sha256", check=False).split()
+    return machine.run(f"grep '[.]deb ' {RECORD}", check=False).split()
 
 
 def make_ready(machine, version, *options):
@@ -107,8 +104,7 @@ def update(machine, version):
     # Nothing of the package is damaged, and no file of an unfinished unpacking is left.
     left = machine.run("dpkg -V vantrell-harbor; find / -xdev -name '*.dpkg-*'", check=False)
     assert left == "", left
-    copy = machine.run(["sha256sum", f"{STATE}/client-rollback/previous.deb"]).split()[0]
-    assert recorded(machine)[1] == copy
+    assert recorded(machine)[1] == digest_of(machine, COPY)
     return seconds
 
 
@@ -122,7 +118,7 @@ def wait_until_whole(machine):
 def mended(machine):
     """How often the repair did what, since the boot."""
     log = machine.run("journalctl --sync; journalctl --boot --quiet --output=cat "
-                      f"--unit={SERVICE} --unit={REPAIR}.service")
+                      f"--unit={SERVICE} --unit={REPAIR}")
     return collections.Counter({name: log.count(text) for name, text in MENDED.items()})
 
 

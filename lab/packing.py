@@ -28,8 +28,29 @@ def make_publisher_files(folder):
     subprocess.run(["sh", "-ec", _PUBLISHER_FILES], cwd=folder, check=True)
 
 
+def configure(folder, **change):
+    """Configures a deployment, of which some values are changed; returns the CompletedProcess."""
+    for key in ("one", "two"):
+        subprocess.run(f"openssl genrsa 2048 | openssl rsa -pubout -out {key}.pub", shell=True,
+                       cwd=folder, check=True, capture_output=True)
+    values = {"RELEASE_KEY_1": "one.pub", "RELEASE_KEY_2": "two.pub",
+              "UPDATE_HOST": "updates.example.org", "WITNESS_1": "https://a.example.org",
+              "WITNESS_2": "https://b.example.org", "WITNESS_3": "https://c.example.org", **change}
+    options = [f"-DVANTRELL_{name}={folder / value if 'KEY' in name else value}"
+               for name, value in values.items()]
+    return subprocess.run(["cmake", "-G", "Ninja", "-S", ROOT, "-B", "build", *options],
+                          cwd=folder, text=True, capture_output=True)
+
+
 def publish(folder, *arguments):
     """Publishes release 1.1 of files in a folder to made/; returns the CompletedProcess."""
     command = [ROOT / "publisher/publish-release", "--version", "1.1", "--channel", "prod", "--key",
                KEYS / "release-1.pem", "--output", "made", *arguments]
     return subprocess.run(command, cwd=folder, text=True, capture_output=True)
+
+
+def made_files(folder):
+    """The content of every file of the published tree, by its path in the tree."""
+    tree = folder / "made"
+    return {str(path.relative_to(tree)): path.read_bytes()
+            for path in tree.rglob("*") if path.is_file()}

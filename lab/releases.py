@@ -20,6 +20,7 @@ BUILT = ROOT / "build/lab" / FLAVOUR
 KEYS = BUILT.parent / "keys"
 FIRST_STAMP, NEXT_STAMP = "2026-10-11-2304", "2026-11-21-0900"
 COMPONENT = "client-linux-amd64"
+DEB = "vantrell-harbor_1.1_amd64.deb"  # the file of package("1.1")
 WITNESS_FILES = BLOCK, SIGNATURE, DIGEST = "release.block", "release.sig", f"{COMPONENT}.sha256"
 
 
@@ -78,6 +79,12 @@ def fact(number, file, version="1.1"):
     return host, f"{base}/prod/{version}.{file}"
 
 
+def signed_digest(entries):
+    """The digest that a release 1.1 of these manifest entries must be signed with."""
+    lines = {f"{entry['name']}:{entry['sha256']}:{entry['size']}" for entry in entries}
+    return hashlib.sha256("\n".join([f"1.1|{COMPONENT}", *sorted(lines)]).encode()).hexdigest()
+
+
 def publish_by_hand(machine, files, key="release-1", block=None):
     """Publishes and offers a release 1.1 that publish-release would refuse to make.
 
@@ -86,8 +93,7 @@ def publish_by_hand(machine, files, key="release-1", block=None):
     entries = [{"name": name, "sha256": hashlib.sha256(content).hexdigest(), "size": len(content),
                 "url": f"https://{DOWNLOADS}/packages/1.1/{number}"}
                for number, (name, content) in enumerate(files)]
-    lines = {f"{entry['name']}:{entry['sha256']}:{entry['size']}" for entry in entries}
-    digest = hashlib.sha256("\n".join([f"1.1|{COMPONENT}", *sorted(lines)]).encode()).hexdigest()
+    digest = signed_digest(entries)
     block = (block or f"vantrell-release-v1\n1.1\n{COMPONENT} {digest}\n").encode()
     signature = subprocess.run(["openssl", "dgst", "-sha256", "-sign", KEYS / f"{key}.pem"],
                                input=block, check=True, stdout=subprocess.PIPE).stdout

@@ -9,10 +9,18 @@ from lab.machine import SERVICE, SOCKET
 from lab.releases import FLAVOUR
 
 SOCKET_UNIT = SERVICE.replace(".service", ".socket")
+REPAIR = SERVICE.replace(".service", "-repair.service")
+TIMER = SERVICE.replace(".service", "-repair.timer")
+PROGRAM = "/usr/sbin/vantrell-harbor-updated"
 CLIENT = "/usr/bin/vantrell-harbor"
 CONFIG = "/etc/vantrell-harbor/update.conf"
 STATE = "/var/lib/vantrell-harbor/update"
+STAGING = f"{STATE}/client-staging"
+RECORD = f"{STATE}/installed.sha256"
+COPY = f"{STATE}/client-rollback/previous.deb"
 IDLE_THREADS = 3 if FLAVOUR == "tsan" else 2  # that sanitizer adds one of its own
+# Prints the lines of the repair that the timer starts. That of a start is in the service's log.
+REPAIR_LOG = f"journalctl --sync; journalctl --quiet --output=cat _SYSTEMD_UNIT={REPAIR}"
 PASS_LIMIT = 300  # seconds for a pass to end; generous, since the host may be busy
 
 
@@ -41,15 +49,37 @@ def restart(machine):
     machine.run(["systemctl", "restart", SERVICE])
 
 
+def log_exit_status(machine):
+    """Has each end of the service logged as "ended with status STATUS"."""
+    machine.write(f"/etc/systemd/system/{SERVICE}.d/status.conf",
+                  "[Service]\nExecStopPost=echo ended with status $EXIT_STATUS\n")
+    machine.run("systemctl daemon-reload")
+
+
+def set_timer(machine, seconds):
+    """Has the repair run after so many seconds, and again after each such time."""
+    machine.write(f"/etc/systemd/system/{TIMER}.d/lab.conf", "[Timer]\nOnActiveSec=\n"
+                  f"OnUnitInactiveSec=\nOnActiveSec={seconds}\nOnUnitInactiveSec={seconds}\n"
+                  "AccuracySec=0.1\n")
+    machine.run(f"systemctl daemon-reload; systemctl restart {TIMER}")
+
+
+def until_logged(text):
+    """A shell line that waits until the service has logged a text."""
+    return (f"until journalctl --sync; journalctl --quiet --unit={SERVICE} | grep -q '{text}'; "
+            "do sleep 0.1; done")
+
+
 def main_pid(machine):
     """The pid of the service inside the machine, as text; "0" when it does not run."""
     return machine.run(["systemctl", "show", "--value", "--property=MainPID", SERVICE]).strip()
 
 
 class Units(NamedTuple):
-    """The socket unit and the service, as the service manager has them."""
+    """The socket unit, the service and the timer, as the service manager has them."""
 
-    states: list  # "active" or "inactive" for the socket and for the service
+    states: list  # "active" or "inactive" for each of the three
+    enabled: list  # "enabled" or "disabled" for each, while the package is installed
     reload_needed: str  # "yes" when the unit file changed after it was read
     socket_start: str  # another text for each start of the socket
     pid: str  # of the service; "0" when it does not run
@@ -58,12 +88,14 @@ class Units(NamedTuple):
 def units(machine):
     """Returns Units once the service manager has no more jobs."""
     machine.run("while systemctl list-jobs --no-legend | grep -q .; do sleep 0.1; done")
+    names = f"{SOCKET_UNIT} {SERVICE} {TIMER}"
+    enabled = machine.run(f"systemctl is-enabled {names}", check=False).splitlines()
     *states, reload_needed, socket_start, pid = machine.run(
-        f"systemctl is-active {SOCKET_UNIT} {SERVICE}; "
+        f"systemctl is-active {names}; "
         f"systemctl show -P NeedDaemonReload {SERVICE}; "
         f"systemctl show -P InvocationID {SOCKET_UNIT}; systemctl show -P MainPID {SERVICE}",
         check=False).splitlines()
-    return Units(states, reload_needed, socket_start, pid)
+    return Units(states, enabled, reload_needed, socket_start, pid)
 
 
 def process_folder(machine, pid=None):
@@ -72,6 +104,11 @@ def process_folder(machine, pid=None):
     Reading it from the host takes no processor time in the machine.
     """
     return pathlib.Path(f"/proc/{machine.leader}/root/proc/{pid or main_pid(machine)}")
+
+
+def environment_of(machine, pid):
+    """The environment of a process inside the machine: NAME=value, in its own order."""
+    return machine.run(["cat", f"/proc/{pid}/environ"]).split("\0")[:-1]
 
 
 def field(process, name):
@@ -100,6 +137,16 @@ def wait_for_passes(machine):
     while len(pathlib.Path(group).read_text().split()) > IDLE_THREADS:
         assert time.monotonic() < deadline, "a pass does not end"
         time.sleep(0.01)
+
+
+def digest_of(machine, path):
+    """The SHA-256 of a file, in hexadecimal digits."""
+    return machine.run(["sha256sum", path]).split()[0]
+
+
+def records(machine):
+    """The record of the installed release and its rollback copy, as text to be compared."""
+    return machine.run(f"sha256sum {RECORD} {COPY.rpartition('/')[0]}/*")
 
 
 def kept(machine):

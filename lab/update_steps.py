@@ -3,9 +3,23 @@
 import signal
 import time
 
-from lab.client_log import running
-from lab.releases import release
-from lab.service_view import CONFIG, PASS_LIMIT, restart
+from lab.client_log import CLIENT_LOG, running
+from lab.log_lines import HELD
+from lab.releases import package, publish_by_hand, release
+from lab.service_view import CLIENT, CONFIG, PASS_LIMIT, restart
+
+
+def install_client(machine):
+    """Installs client 1.0; the service serves when this returns."""
+    machine.install(package("1.0"))
+    machine.wait_for_log("listening on")  # the package does not wait for that
+    machine.write(CLIENT_LOG, "", 0o666)
+
+
+def install_as_service(machine, deb):
+    """Installs a package file of the host with the mark that an install of the service has."""
+    machine.push(deb, "/var/tmp/marked.deb")
+    machine.run("apt-get install -y /var/tmp/marked.deb", env={"VANTRELL_UPDATE_APPLY": "1"})
 
 
 def shut_window(machine):
@@ -24,9 +38,38 @@ def stage(machine, version, *options, fresh=True, **kind):
     machine.publish(release(version, *options, **kind))
     if fresh:
         restart(machine)
+    _check_and_stage(machine, version)
+
+
+def stage_by_hand(machine, files):
+    """As stage(), for a release 1.1 that publish-release would refuse to make."""
+    restart(machine)
+    publish_by_hand(machine, files)
+    _check_and_stage(machine, "1.1")
+
+
+def _check_and_stage(machine, version):
     lines = len(machine.log())
     assert machine.send("CHECK") == "OK checking"
     machine.wait_for_log(f"{version} staged and verified", PASS_LIMIT, lines)
+
+
+def accept(machine, version):
+    """Has a release staged and installed while no client runs: it becomes the rollback copy."""
+    stage(machine, version)
+    machine.wait_for_log("listening on", after=request_apply(machine))
+
+
+def start_client(machine, user, *arguments, **login):
+    """Logs a user in and starts a client in the session; returns the client once it runs."""
+    return running(machine, machine.login(user, **login).start([CLIENT, *arguments]))
+
+
+def hold_session(machine, client, count=1):
+    """Has a client tell the service that it is in use; so many clients then are."""
+    lines = len(machine.log())
+    client.send_signal(signal.SIGUSR2)
+    machine.wait_for_log(HELD.format(count), after=lines)
 
 
 def said(machine, after, last, timeout=300):

@@ -5,8 +5,8 @@ import json
 import os
 import subprocess
 
-from lab.packing import make_publisher_files, publish
-from lab.releases import KEYS
+from lab.packing import made_files, make_publisher_files, publish
+from lab.releases import KEYS, signed_digest
 
 REFUSED = [  # options and files, what is said
     ("good.deb --version 1/1", 'the version "1/1" holds characters that do not pass unchanged '),
@@ -35,27 +35,25 @@ def test_a_release_that_clients_would_refuse_is_not_published(tmp_path):
 
 def test_the_published_digest_is_that_of_a_second_computation_and_is_signed(tmp_path):
     make_publisher_files(tmp_path)
-    # In the order of the signed text, in which the ":" after a name is compared too.
-    files = {"A/z": bytes(range(256)), "a-": b"2", "a.b": b"1", "a": b"",
-             "b.deb": (tmp_path / "good.deb").read_bytes()}
+    # The signed text is sorted by whole lines, in which the ":" after a name is compared too.
+    files = {"b.deb": (tmp_path / "good.deb").read_bytes(), "a": b"", "a.b": b"1", "a-": b"2",
+             "A/z": bytes(range(256))}
     for number, data in enumerate(files.values()):
         (tmp_path / f"{number}").write_bytes(data)
-    result = publish(tmp_path, *[f"{name}={number}" for number, name in enumerate(files)][::-1])
+    result = publish(tmp_path, *[f"{name}={number}" for number, name in enumerate(files)])
     assert result.returncode == 0, result.stderr
     entries = [{"name": name, "sha256": hashlib.sha256(data).hexdigest(), "size": len(data),
                 "url": f"https://downloads.vantrell.example/packages/1.1/{name}"}
                for name, data in files.items()]
-    lines = ["{name}:{sha256}:{size}".format(**entry) for entry in entries]
-    text = "\n".join(["1.1|client-linux-amd64", *lines])
-    digest = hashlib.sha256(text.encode()).hexdigest()
-    tree, signature = tmp_path / "made", "witness-1/prod/1.1.release.sig"
-    made = {str(p.relative_to(tree)): p.read_bytes() for p in tree.rglob("*") if p.is_file()}
+    digest = signed_digest(entries)
+    made = made_files(tmp_path)
     assert json.loads(made.pop("offer.json")) == {
-        "version": "1.1", "git_commit": "", "driver_fingerprint": "", "files": entries[::-1]}
+        "version": "1.1", "git_commit": "", "driver_fingerprint": "", "files": entries}
     block = f"vantrell-release-v1\n1.1\nclient-linux-amd64 {digest}\n".encode()
+    signature = "witness-1/prod/1.1.release.sig"
     facts = {"release.block": block, "release.sig": made[signature],
              "client-linux-amd64.sha256": f"{digest}\n".encode()}
     assert made == {f"downloads/packages/1.1/{name}": data for name, data in files.items()} | {
         f"witness-{n}/prod/1.1.{fact}": data for n in (1, 2, 3) for fact, data in facts.items()}
     subprocess.run(["openssl", "dgst", "-sha256", "-verify", KEYS / "release-1.pub", "-signature",
-                    tree / signature], input=block, check=True)
+                    tmp_path / "made" / signature], input=block, check=True)

@@ -1,0 +1,71 @@
+"""Programs of other makers, and requests, that can get in the way of the service's work."""
+
+import contextlib
+import threading
+
+from lab.service_view import ask, main_pid
+
+DEFAULT_LIMIT = 1024  # descriptors that systemd gives a service
+UNIT_NAME = "vantrell-harbor-relaunch-"  # of the unit of a new client; the second follows
+# Like apt-listbugs and apt-listchanges, which end an install when nobody answers their question.
+_ASKING_HOOK = """DPkg::Pre-Install-Pkgs {
+  "[ $APT_LISTBUGS_FRONTEND$APT_LISTCHANGES_FRONTEND = nonenone ]"; };"""
+_TAKE_NAMES = f"""start=$(date +%s); for second in {{0..99}}; do systemd-run --user --quiet \\
+  --remain-after-exit --unit={UNIT_NAME}$((start + second)) true & done; wait"""
+_FOREIGN = """mkdir -p /root/foreign/DEBIAN && cd /root && cat >foreign/DEBIAN/control <<'END'
+Package: foreign
+Version: 1
+Architecture: all
+Maintainer: Somebody <somebody@vantrell.example>
+Description: a package whose postinst leaves a process
+END
+printf '#!/bin/sh\\n[ -e /root/ready ] || exit 1\\nsleep 300 &\\n' >foreign/DEBIAN/postinst
+chmod 755 foreign/DEBIAN/postinst; dpkg-deb --build foreign; ! dpkg --install foreign.deb
+dpkg-query --status foreign >/var/lib/dpkg/updates/0000; touch /root/ready"""
+
+
+@contextlib.contextmanager
+def flood_of_checks(machine):
+    """Sends CHECK all the time; the passes hold more descriptors than DEFAULT_LIMIT at the start.
+
+    The passes must not end by themselves: make the update server mute before.
+    """
+    ended = threading.Event()
+
+    def flood():
+        while not ended.is_set():
+            with contextlib.suppress(OSError):  # too many connections
+                ask(machine, "CHECK")
+
+    senders = [threading.Thread(target=flood) for _ in range(8)]
+    for sender in senders:
+        sender.start()
+    try:
+        machine.run(f"until [ $(ls /proc/{main_pid(machine)}/fd | wc -l) -ge {DEFAULT_LIMIT} ]; do "
+                    "sleep 0.2; done", timeout=180)
+        yield
+    finally:
+        ended.set()
+        for sender in senders:
+            sender.join()
+
+
+def add_asking_hook(machine):
+    """An apt hook that asks a question before each install and ends it without an answer."""
+    machine.write("/etc/apt/apt.conf.d/hook", _ASKING_HOOK)
+
+
+def take_unit_names(session):
+    """Has the user's manager run a unit of every name that a client of the next 99 s can get."""
+    session.run(_TAKE_NAMES)
+
+
+def interrupt_foreign_package(machine):
+    """Leaves dpkg in the middle of the package "foreign", whose postinst leaves a "sleep"."""
+    machine.run(_FOREIGN)
+
+
+def pretend_install(machine, user="root"):
+    """Starts a process that looks like the apt-get of the service, except for its user."""
+    machine.run("cp /usr/bin/sleep /run/apt-get")
+    return machine.popen(["/run/apt-get", "600"], user=user, env={"VANTRELL_UPDATE_APPLY": "1"})

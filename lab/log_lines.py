@@ -1,0 +1,43 @@
+"""Lines that the service and the repair write into the journal.
+
+A line with {} in it is a pattern for str.format().
+"""
+
+STOP = "[UpdateSvc] stopping"
+NO_WINDOW = "[UpdateSvc] holding: outside the maintenance window ({})"
+HELD = "a session is live ({} held)"
+RELEASED = "a session ended ({} held)"
+
+NO_COPY = "[UpdateSvc] no rollback copy could be taken"
+NO_START = "[UpdateSvc] could not start the client in {}'s session: "
+APPLIED_ALONE = "[UpdateSvc] applied {}; no console session to relaunch into"
+UNJUDGED = APPLIED_ALONE.format("1.1")
+RELAUNCHED = "[UpdateSvc] applied 1.1 and relaunched the client"
+INSTALL_DELAYS_STOP = "waiting for an install to end before the service stops"
+# The second line is written by the unit of lab.service_view.log_exit_status().
+ENDED = [STOP + " for the new build", "ended with status 75"]
+
+REFUSED = "[UpdateSvc] apply refused: "
+GONE = "[UpdateSvc] the new client exited within 20000ms"
+ROLLBACK = "[UpdateSvc] rolling back to the previous set (1.1)"
+NOT_STAYED = REFUSED + "the updated client did not stay running"
+NOTHING_RESTORED = NOT_STAYED + " and there was no rollback copy"
+RESTORED = NOT_STAYED + "; the previous version was restored"
+
+KIOSK_ASKED = ("[UpdateSvc] asked the kiosk supervisor (kiosk@1.service) to restart its client "
+               "from the new image (attempt {})")
+KIOSK_STARTED = "[UpdateSvc] the kiosk supervisor started pid {}"
+KIOSK_STARTED_NONE = "[UpdateSvc] the kiosk supervisor started no new client within 15000ms"
+KIOSK_UNJUDGED = ("[UpdateSvc] applied without judging: the kiosk client picks up the new image "
+                  "when it next starts")
+
+WAITED = "waiting for an install that outlived the service"
+CHECK_KILLED = "ending the service in the middle of a check; the next start begins with a new one"
+FINISHED = "dpkg was interrupted; finishing its work"
+REINSTALLED = "vantrell-harbor is damaged; installing the rollback copy"
+NO_PROVED_FILE = ("vantrell-harbor is damaged, and no package file here is proved to be the right "
+                  "one; install it by hand: apt-get install --reinstall ./FILE.deb")
+COPIED_AGAIN = "the rollback copy was missing or damaged; made it again from the staged package"
+COPY_REMOVED = ("no rollback copy: no file here is the package that was accepted last; the next "
+                "release that is accepted gives one")
+CLONED = "the install id was made on another machine; the service makes a new one"
