@@ -54,6 +54,11 @@ def quiet_machine(machine):
     return machine
 
 
+@pytest.fixture
+def quiet(quiet_machine):
+    return quiet_machine
+
+
 @pytest.hookimpl(hookwrapper=True)
 def pytest_runtest_makereport(item, call):
     """Adds the service's journal to the report of a failed test."""
