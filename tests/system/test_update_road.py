@@ -6,11 +6,11 @@ Everything else on the machine is real; the recorded tools do their work too.
 import re
 
 import pytest
-from conftest import ENDED, NO_COPY, RELAUNCHED
 
 from lab.client_log import client_starts, running
-from lab.releases import NEXT_STAMP
-from lab.service_view import CLIENT, STATE, main_pid
+from lab.log_lines import ENDED, NO_COPY, RELAUNCHED
+from lab.releases import DEB, NEXT_STAMP
+from lab.service_view import CLIENT, COPY, STAGING, environment_of, main_pid
 from lab.stubs import Call, calls, record
 from lab.update_steps import client_requests_apply, said, stage
 
@@ -25,22 +25,22 @@ INSTALL_ENVIRONMENT = ["DEBIAN_FRONTEND=noninteractive", "VANTRELL_UPDATE_APPLY=
 
 
 @pytest.mark.slow
-def test_the_client_that_asks_returns_as_the_new_version(quiet_machine):
-    machine = quiet_machine
+def test_the_client_that_asks_returns_as_the_new_version(quiet):
+    machine = quiet
     stage(machine, "1.1", stamp=NEXT_STAMP)
     client = running(machine, machine.login("alice").start([CLIENT, *ARGUMENTS], env={
         "LC_ALL": "C.UTF-8", "WAYLAND_DISPLAY": 'with "quotes" and\na line feed', **DROPPED}))
-    old = machine.run(["cat", f"/proc/{client.pid_inside}/environ"]).split("\0")
-    kept = [entry for entry in old if entry.split("=")[0] in KEPT]
+    kept = [entry for entry in environment_of(machine, client.pid_inside)
+            if entry.split("=")[0] in KEPT]
     assert len(kept) == len(KEPT)
-    own = machine.run(["cat", f"/proc/{main_pid(machine)}/environ"]).split("\0")[:-1]
+    own = environment_of(machine, main_pid(machine))
     for tool in ("apt-get", "systemd-run", "systemctl", "cp"):
         record(machine, tool)
     story = said(machine, client_requests_apply(machine, client), f"updated {NEXT_STAMP} listening")
     assert story[:-1] == [NO_COPY, RELAUNCHED, *ENDED]
     assert machine.version_of("vantrell-harbor") == "1.1"
 
-    deb = f"{STATE}/client-staging/1.1/vantrell-harbor_1.1_amd64.deb"
+    deb = f"{STAGING}/1.1/{DEB}"
     assert calls(machine, "apt-get") == [Call([*INSTALL, deb], own + INSTALL_ENVIRONMENT)]
     [start] = calls(machine, "systemd-run")
     unit = re.fullmatch(r"--unit=(vantrell-harbor-relaunch-\d{10})", start.arguments[2])[1]
@@ -52,8 +52,7 @@ def test_the_client_that_asks_returns_as_the_new_version(quiet_machine):
     query = Call([*manager, "show", "-p", "ActiveState", "--value", unit], own)
     assert queries == [query] * len(queries)
     assert 10 <= len(queries) <= 80  # one every 250 ms for 20 s, and each takes its own time
-    assert calls(machine, "cp") == [
-        Call(["--", deb, f"{STATE}/client-rollback/previous.deb"], own)]
+    assert calls(machine, "cp") == [Call(["--", deb, COPY], own)]
 
     [(_, uid, arguments, environment)] = client_starts(machine, "1.1")
     assert uid == 1001
