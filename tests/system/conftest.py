@@ -1,23 +1,11 @@
 """Gives every test a machine with client 1.0 and the service installed from a package."""
 
-import pathlib
-import sys
-
 import pytest
 
-ROOT = pathlib.Path(__file__).resolve().parents[2]
-sys.path.insert(0, str(ROOT))
-
-from lab import sanitizers  # noqa: E402
-from lab.client_log import CLIENT_LOG  # noqa: E402
-from lab.machine import SERVICE, Machine, missing_requirements  # noqa: E402
-from lab.releases import package  # noqa: E402
-from lab.update_steps import shut_window  # noqa: E402
-
-NO_COPY = "[UpdateSvc] no rollback copy could be taken"
-RELAUNCHED = "[UpdateSvc] applied 1.1 and relaunched the client"
-UNJUDGED = "[UpdateSvc] applied 1.1; no console session to relaunch into"
-ENDED = ["[UpdateSvc] stopping for the new build", "ended with status 75"]  # see quiet_machine
+from lab import sanitizers
+from lab.machine import Machine, missing_requirements
+from lab.service_view import log_exit_status
+from lab.update_steps import install_client, shut_window
 
 
 def pytest_collection_modifyitems(items):
@@ -38,25 +26,16 @@ def bare_machine():
 
 @pytest.fixture
 def machine(bare_machine):
-    bare_machine.install(package("1.0"))
-    bare_machine.wait_for_log("listening on")  # the package does not wait for that
-    bare_machine.write(CLIENT_LOG, "", 0o666)
+    install_client(bare_machine)
     return bare_machine
 
 
 @pytest.fixture
-def quiet_machine(machine):
+def quiet(machine):
     """The window is shut at any time of day, and the log has the service's exit status."""
     shut_window(machine)
-    machine.write(f"/etc/systemd/system/{SERVICE}.d/status.conf",
-                  "[Service]\nExecStopPost=echo ended with status $EXIT_STATUS\n")
-    machine.run("systemctl daemon-reload")
+    log_exit_status(machine)
     return machine
-
-
-@pytest.fixture
-def quiet(quiet_machine):
-    return quiet_machine
 
 
 @pytest.hookimpl(hookwrapper=True)
