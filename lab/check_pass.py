@@ -2,7 +2,7 @@
 
 from typing import NamedTuple
 
-from lab.outside_world import CHECK_PATH, UPDATES
+from lab.outside_world import CHECK_PATH, DOWNLOADS, UPDATES
 from lab.releases import COMPONENT, WITNESS_FILES, fact
 from lab.service_view import ask, kept, restart, wait_for_passes
 
@@ -29,9 +29,25 @@ def asked(answers=9):
     return [CHECKED] + [f"{host} GET {path} 200" for host, path in facts[:answers]]
 
 
+def fetched(count):
+    """The requests for the first files of a release that publish_by_hand() has published."""
+    return [f"{DOWNLOADS} GET /packages/1.1/{number} 200" for number in range(count)]
+
+
 def refused(why):
     """The two log lines of a refusal."""
     return [f"[UpdateSvc] 1.1 refused: {why}", f"[UpdateSvc] refused: {why}"]
+
+
+def no_quorum(why):
+    """The log lines of a refusal by the witnesses."""
+    return [f"[Update] quorum REFUSED - {why}", *refused(why)]
+
+
+def begin(machine):
+    """Restarts the service and forgets what it has requested."""
+    restart(machine)
+    machine.forget_requests()
 
 
 def check(machine):
@@ -45,6 +61,5 @@ def check(machine):
 
 def first_pass(machine):
     """Restarts the service and runs a pass; returns a Pass."""
-    restart(machine)
-    machine.forget_requests()
+    begin(machine)
     return Pass(check(machine), ask(machine, "STATUS"), machine.request_lines(), kept(machine))

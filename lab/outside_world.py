@@ -114,6 +114,11 @@ class OutsideWorld:
         self.write("/srv/lab/misbehave/" + host + path, "")
         return came
 
+    def wait_for_mute(self, count):
+        """Waits until so many connections to the mute address are open."""
+        self.run("until [ $(ss -Htn state established dst "
+                 f"{MISBEHAVING_ADDRESSES['mute']} | wc -l) -ge {count} ]; do sleep 0.02; done")
+
     def behave(self):
         """Undoes every misbehave() and ends the requests that hang."""
         self._moved = {}

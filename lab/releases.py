@@ -85,6 +85,12 @@ def signed_digest(entries):
     return hashlib.sha256("\n".join([f"1.1|{COMPONENT}", *sorted(lines)]).encode()).hexdigest()
 
 
+def manifest(version, names, digest):
+    """An offer whose files have names of one letter and one digest, and are served nowhere."""
+    return json.dumps({"version": version, "files": [
+        {"name": name, "sha256": digest, "url": "u"} for name in names]})
+
+
 def publish_by_hand(machine, files, key="release-1", block=None):
     """Publishes and offers a release 1.1 that publish-release would refuse to make.
 

@@ -1,25 +1,24 @@
-"""What a check pass refuses and accepts, what it logs and requests, and what it leaves on disk."""
+"""What a check pass refuses and accepts, what it logs and requests, and what it leaves."""
 
-import json
 import time
 from collections import namedtuple
 
 import pytest
 
-from lab.check_pass import (AGREED, CHECKED, IDS, NOTHING, STAGED, VERIFIED, Pass, asked, check,
-                            first_pass, refused)
+from lab.check_pass import (AGREED, CHECKED, IDS, NOTHING, STAGED, VERIFIED, Pass, asked, begin,
+                            check, fetched, first_pass, no_quorum, refused)
 from lab.misbehaviour import answer_by_hand, request_to, serve_by_hand
 from lab.outside_world import CHECK_PATH, DOWNLOADS, STORAGE, UPDATES
-from lab.releases import (BLOCK, COMPONENT, DIGEST, SIGNATURE, fact, publish_by_hand,
-                          release)
-from lab.service_view import CONFIG, STATE, ask, kept, restart, wait_for_passes
+from lab.releases import (BLOCK, COMPONENT, DEB, DIGEST, FLAVOUR, SIGNATURE, fact, manifest,
+                          publish_by_hand, release)
+from lab.service_view import (CONFIG, RECORD, STAGING, STATE, ask, kept, mebibytes,
+                              process_folder, restart, wait_for_passes)
 
 PEER = "SSL peer certificate or SSH remote key was not OK"
 HASH = "b" * 64
-
 CHECK = (UPDATES, CHECK_PATH)
 FILES = [(DOWNLOADS, "/packages/1.1/0"), (DOWNLOADS, "/packages/1.1/1")]
-REQUESTS = asked() + [f"{host} GET {path} 200" for host, path in FILES]
+REQUESTS = asked() + fetched(2)
 
 # `how` is that of Machine.misbehave(). Without a status in the server's log, the whole host fails.
 Fault = namedtuple("Fault", "place how logged why")
@@ -50,10 +49,11 @@ def test_a_fault_of_a_server_ends_the_pass_and_leaves_nothing_on_disk(machine):
         machine.misbehave(host, path if row.logged else None, row.how)
         [at] = [at for at, line in enumerate(REQUESTS) if line.split()[::2] == [host, path]]
         last = [REQUESTS[at].replace(" 200", f" {row.logged}")] if row.logged else []
-        proof = [f"{VERIFIED} 1", AGREED] if row.place in FILES else [
-            f"[Update] quorum REFUSED - {row.why}"]
-        log, prefix, left = ([f"[UpdateSvc] {row.why}"], "", IDS) if row.place == CHECK \
-            else ([*proof, *refused(row.why)], "refused: ", NOTHING)
+        log, prefix, left = no_quorum(row.why), "refused: ", NOTHING
+        if row.place == CHECK:
+            log, prefix, left = [f"[UpdateSvc] {row.why}"], "", IDS
+        elif row.place in FILES:
+            log = [f"{VERIFIED} 1", AGREED, *refused(row.why)]
         assert first_pass(machine) == Pass(
             log, f"IDLE - {prefix}{row.why}", REQUESTS[:at] + last, left), row
         machine.behave()
@@ -66,7 +66,7 @@ def test_a_strangers_key_and_a_folder_that_cannot_be_made_refuse_a_release(machi
     assert seen.requests == asked()
     publish_by_hand(machine, [("a", b"content of a"), ("a/b", b"content of b")])
     assert first_pass(machine).status == "IDLE - refused: cannot create staging subdir for a/b"
-    machine.run(f"rmdir {STATE}/client-staging && touch {STATE}/client-staging")
+    machine.run(f"rmdir {STAGING} && touch {STAGING}")
     assert first_pass(machine).status == "IDLE - refused: cannot create staging dir"
 
 
@@ -77,7 +77,7 @@ def test_empty_and_repeated_files_folders_redirects_and_the_second_key_are_accep
     machine.run(["cp", machine.document(host, path), machine.document(STORAGE, "/elsewhere")])
     machine.misbehave(host, path, f"https://{STORAGE}/elsewhere")
     requests = [*asked(6), f"{host} GET {path} 302", f"{STORAGE} GET /elsewhere 200", *asked()[8:],
-                *(f"{DOWNLOADS} GET /packages/1.1/{number} 200" for number in (0, 1, 2))]
+                *fetched(3)]
     staged = [f"client-staging/1.1{path}" for path in (
         " 755", "/sub 755", "/sub/dir 755", "/sub/dir/y 644", "/x 644")]
     assert first_pass(machine) == Pass(
@@ -90,23 +90,21 @@ def test_empty_and_repeated_files_folders_redirects_and_the_second_key_are_accep
 @pytest.mark.slow
 def test_a_silent_server_delays_only_its_own_pass_and_for_20_seconds(machine):
     machine.publish(release("1.1"))
-    restart(machine)
-    machine.forget_requests()  # of a pass before the restart, on a slow machine
+    begin(machine)
     assert ask(machine, "STATUS") == "IDLE - "
     start, began = len(machine.log()), time.monotonic()
     for number, host in enumerate((UPDATES, STORAGE), 1):
         machine.behave()
         machine.misbehave(host, None, "mute")
         ask(machine, "CHECK")
-        machine.run(f"until [ $(ss -Htn dst 127.0.0.23 | wc -l) = {number} ]; do sleep 0.02; done")
+        machine.wait_for_mute(number)
     assert ask(machine, "STATUS") == "IDLE - "
     assert machine.log()[start:] == []
     wait_for_passes(machine)
     assert 19 < time.monotonic() - began < 45
     why = "witness 2 unreachable: download failed, Timeout was reached"
     assert sorted(machine.log()[start:]) == sorted([
-        "[UpdateSvc] curl error Timeout was reached", f"[Update] quorum REFUSED - {why}",
-        *refused(why)])
+        "[UpdateSvc] curl error Timeout was reached", *no_quorum(why)])
     assert machine.request_lines() == asked(3)
     assert kept(machine) == NOTHING
 
@@ -115,15 +113,15 @@ def test_a_status_is_logged_once_and_stays_until_another_is_published(machine):
     publish_by_hand(machine, [("x", b"content of x")])
     machine.misbehave(*fact(1, BLOCK), 404)
     why = "witness 1 unreachable: HTTP 404"
-    assert first_pass(machine).log == [f"[Update] quorum REFUSED - {why}", *refused(why)]
-    assert check(machine) == [f"[Update] quorum REFUSED - {why}", refused(why)[0]]
+    assert first_pass(machine).log == no_quorum(why)
+    assert check(machine) == no_quorum(why)[:2]
     machine.behave()
     assert check(machine)[-1] == STAGED
     machine.misbehave(UPDATES, CHECK_PATH, 500)
     assert check(machine) == ["[UpdateSvc] update service returned HTTP 500"]
     machine.behave()
     machine.forget_requests()
-    machine.offer('{"version":"1.1","files":[{"name":"x","sha256":"%s","url":"u"}]}' % HASH)
+    machine.offer(manifest("1.1", "x", HASH))
     assert check(machine) == []
     assert machine.request_lines() == [CHECKED]
     assert ask(machine, "STATUS") == "READY 1.1 update service returned HTTP 500"
@@ -137,16 +135,15 @@ def test_a_staged_release_stays_until_a_newer_one_is_staged(machine):
     check(machine)
     assert ask(machine, "STATUS") == f"READY 1.1 refused: witness 3 disagrees for 1.2/{COMPONENT}"
     assert kept(machine) == older
-    machine.write(f"{STATE}/client-staging/1.2/left-over", "")
+    machine.write(f"{STAGING}/1.2/left-over", "")
     machine.behave()
     check(machine)
     assert ask(machine, "STATUS") == "READY 1.2 staged 1.2"
-    both = sorted([*older, "client-staging/1.2 755",
-                   "client-staging/1.2/vantrell-harbor_1.2_amd64.deb 644"])
-    assert kept(machine) == both
+    newer = ["client-staging/1.2 755", "client-staging/1.2/vantrell-harbor_1.2_amd64.deb 644"]
+    assert kept(machine) == sorted([*older, *newer])
     again = first_pass(machine)  # the start has removed what was staged
     assert len(again.requests) == 11
-    assert again.kept == [name for name in both if "/1.1" not in name]
+    assert again.kept == sorted([*NOTHING, *newer])
 
 
 Offer = namedtuple("Offer", "version names status")
@@ -158,10 +155,9 @@ OFFERS = [  # the record lists x, and package 1.0 is installed
 
 
 def test_an_offer_is_installed_when_the_record_lists_it_or_the_package_has_its_version(machine):
-    machine.write(f"{STATE}/installed.sha256", f"x {HASH}")
+    machine.write(RECORD, f"x {HASH}")
     for row in OFFERS:
-        machine.offer(json.dumps({"version": row.version, "files": [
-            {"name": name, "sha256": HASH, "url": "u"} for name in row.names]}))
+        machine.offer(manifest(row.version, row.names, HASH))
         assert first_pass(machine).status == row.status, row
 
 
@@ -169,8 +165,7 @@ def test_the_check_names_ring_system_and_install_id_and_witnesses_are_asked_by_r
     machine.publish(release("1.1"))
     machine.write(CONFIG, f"Channel=Beta\nEndpoint=https://{UPDATES}:8443//\n")
     server = serve_by_hand(machine)
-    restart(machine)
-    machine.forget_requests()
+    begin(machine)
     ask(machine, "CHECK")
     head, body = request_to(server, b'"}').split("\r\n\r\n")
     install_id, kernel = machine.read(f"{STATE}/install-id"), machine.run(["uname", "-r"])
@@ -186,3 +181,62 @@ def test_the_check_names_ring_system_and_install_id_and_witnesses_are_asked_by_r
     answer_by_hand(server, (release("1.1") / "offer.json").read_bytes())
     wait_for_passes(machine)
     assert machine.request_lines() == [f"{DOWNLOADS} GET /witness/dev/1.1.release.block 404"]
+
+
+LIMIT = 20 if FLAVOUR == "release" else 10_000  # MiB; a sanitizer needs memory of its own
+MANY = 12 if FLAVOUR == "release" else 1
+Hostile = namedtuple("Hostile", "answer passes error")
+HOSTILE = [
+    Hostile(b"[" * 200_000, 1, "nesting too deep at offset 1000"),
+    Hostile(b"{%s}" % b",".join(b'"%d":0' % key for key in range(1_000_000)), 1,
+            "manifest has no version"),
+    Hostile(b'{"files":[],"version":"1.1","filling":"%s"}' % (b"x" * 60_000_000), 1,
+            "manifest has no files"),
+    Hostile(b'{"version":"1.1","a":[0%s]}' % (b",0" * 1_000_000), MANY, "manifest has no files"),
+]
+
+
+def test_a_hostile_answer_ends_in_a_status_and_its_memory_is_returned(machine):
+    for row in HOSTILE:
+        restart(machine)
+        process = process_folder(machine)
+        machine.misbehave(UPDATES, CHECK_PATH, row.answer)
+        for _ in range(row.passes):
+            ask(machine, "CHECK")
+        wait_for_passes(machine)
+        assert ask(machine, "STATUS") == f"IDLE - unreadable manifest: {row.error}"
+        assert mebibytes(process, "VmRSS") < LIMIT, row.error
+
+
+@pytest.mark.parametrize("size, words", [
+    (64 * 1024, "download failed, Failed writing received data to disk/application"),
+    (5, "write failed")], ids=["write", "flush"])
+def test_a_release_refused_on_a_full_disk_is_staged_once_there_is_room(machine, size, words):
+    publish_by_hand(machine, [("x", b"x" * size)])
+    machine.run(f"mkdir -p {STATE} && mount -t tmpfs -o size=32k,mode=755 tmpfs {STATE} && "
+                f"! head -c 64K /dev/zero >{STATE}/filling")
+    full = first_pass(machine)
+    assert full.status == f"IDLE - refused: x: {words}"
+    assert full.kept == ["client-staging 755", "filling 644", "install-id 644"]
+    assert full.requests == asked() + fetched(1)
+    machine.run(f"rm {STATE}/filling && mount -o remount,size=1m {STATE}")
+    assert check(machine)[-1] == STAGED
+    assert len(machine.read(f"{STATE}/install-id")) == 37
+
+
+def test_a_pass_that_fails_late_removes_what_another_pass_has_staged(machine):
+    machine.publish(release("1.1"))
+    requested = machine.misbehave(DOWNLOADS, f"/packages/1.1/{DEB}", "hang")
+    restart(machine)
+    ask(machine, "CHECK")
+    assert requested.wait(60)
+    machine.run("rm -r /srv/lab/misbehave/*")  # later requests get the file
+    ask(machine, "CHECK")
+    machine.wait_for_log(STAGED)
+    start = len(machine.log())
+    machine.behave()
+    wait_for_passes(machine)
+    why = f"{DEB}: download failed, Server returned nothing (no headers, no data)"
+    assert machine.log()[start:] == refused(why)
+    assert kept(machine) == NOTHING
+    assert ask(machine, "STATUS") == f"READY 1.1 refused: {why}"  # an apply then finds no file
