@@ -34,6 +34,16 @@ def fetched(count):
     return [f"{DOWNLOADS} GET /packages/1.1/{number} 200" for number in range(count)]
 
 
+def asked_until(place, status):
+    """The requests of a pass over a release made by hand that ends with the one for a place.
+
+    `place` is a host and a path. Without a status, the pass ends before that request.
+    """
+    requests = asked() + fetched(2)
+    [at] = [at for at, line in enumerate(requests) if line.split()[::2] == list(place)]
+    return requests[:at] + [requests[at].replace(" 200", f" {status}")] * bool(status)
+
+
 def refused(why):
     """The two log lines of a refusal."""
     return [f"[UpdateSvc] 1.1 refused: {why}", f"[UpdateSvc] refused: {why}"]

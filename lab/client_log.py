@@ -29,6 +29,13 @@ def started(machine, version):
     return [start.arguments for start in client_starts(machine, version)]
 
 
+def told_to_end(machine, version):
+    """The sorted pids of the clients of a version that got SIGTERM, one entry for each signal."""
+    found = re.findall(rf"^\[{re.escape(version)} pid (\d+) uid \d+\] SIGTERM",
+                       machine.read(CLIENT_LOG), re.MULTILINE)
+    return sorted(map(int, found))
+
+
 def wait_for_client(machine, pattern):
     """Waits for a line of the clients' log that matches a regular expression of grep."""
     wait = 'until grep -q -- "$0" "$1"; do sleep 0.05; done'

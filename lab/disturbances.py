@@ -1,9 +1,12 @@
 """Programs of other makers, and requests, that can get in the way of the service's work."""
 
 import contextlib
+import subprocess
 import threading
 
-from lab.service_view import ask, main_pid
+from lab.machine import SOCKET
+from lab.service_by_hand import start_by_hand
+from lab.service_view import CLIENT, ask, main_pid
 
 DEFAULT_LIMIT = 1024  # descriptors that systemd gives a service
 UNIT_NAME = "vantrell-harbor-relaunch-"  # of the unit of a new client; the second follows
@@ -65,7 +68,29 @@ def interrupt_foreign_package(machine):
     machine.run(_FOREIGN)
 
 
+def replace_by_netcat(machine):
+    """Replaces the client's program by one that talks to the service by hand, and starts it."""
+    machine.run(f"cp /bin/nc.openbsd {CLIENT}-2; mv {CLIENT}-2 {CLIENT}")
+    return machine.popen([CLIENT, "-U", SOCKET], stdin=subprocess.PIPE, stdout=subprocess.PIPE,
+                         bufsize=0)
+
+
+def remove_socket(machine):
+    """Starts a second instance of the service and ends it, which removes the socket of the first.
+
+    Returns the first log line of the second instance.
+    """
+    with start_by_hand(machine) as second:
+        line = second.stderr.readline().decode()
+        second.terminate()
+    return line
+
+
+@contextlib.contextmanager
 def pretend_install(machine, user="root"):
-    """Starts a process that looks like the apt-get of the service, except for its user."""
+    """Runs a process that looks like the apt-get of the service, except for its user."""
     machine.run("cp /usr/bin/sleep /run/apt-get")
-    return machine.popen(["/run/apt-get", "600"], user=user, env={"VANTRELL_UPDATE_APPLY": "1"})
+    mark = {"VANTRELL_UPDATE_APPLY": "1"}
+    with machine.popen(["/run/apt-get", "600"], user, mark) as process:
+        yield
+        process.kill()

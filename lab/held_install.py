@@ -3,6 +3,9 @@
 import contextlib
 import subprocess
 
+from lab.service_view import COPY
+from lab.update_steps import stage
+
 # Takes the lock the way apt-get and dpkg take it, and keeps it until its input ends.
 _HOLD_PACKAGE_LOCK = r"""
 use Fcntl; my $whole = pack 's s x4 q q l x4', F_WRLCK, 0, 0, 0, 0;
@@ -39,6 +42,15 @@ def gate(machine, place, package=""):
     machine.run("mv /usr/bin/dpkg-deb /usr/bin/dpkg-deb.real")
     machine.write("/usr/bin/dpkg-deb", _GATE_IN_UNPACKING.replace("PACKAGE", package), 0o755)
     return []
+
+
+def stage_held(machine, version, place):
+    """Stages a release whose install waits at a gate, or for "rollback" the end of which does."""
+    if place == "rollback":
+        gate(machine, "unpacking", COPY)
+        stage(machine, version, "--behaviour", "die-after 0")
+    else:
+        stage(machine, version, *gate(machine, place))
 
 
 def run_at_gate(machine, command):

@@ -1,8 +1,15 @@
-"""Lines that the service and the repair write into the journal.
+"""Lines that the service and the repair write into the journal, and when they wrote them.
 
 A line with {} in it is a pattern for str.format().
 """
 
+import json
+
+from lab.machine import SERVICE, SOCKET
+from lab.releases import FIRST_STAMP
+
+LISTENING = f"[UpdateSvc] vantrell-harbor-updated {FIRST_STAMP} listening on {SOCKET}; "
+START = LISTENING + "ring prod, component client-linux-amd64, window 02:00-05:00 local"
 STOP = "[UpdateSvc] stopping"
 NO_WINDOW = "[UpdateSvc] holding: outside the maintenance window ({})"
 HELD = "a session is live ({} held)"
@@ -31,6 +38,7 @@ KIOSK_STARTED_NONE = "[UpdateSvc] the kiosk supervisor started no new client wit
 KIOSK_UNJUDGED = ("[UpdateSvc] applied without judging: the kiosk client picks up the new image "
                   "when it next starts")
 
+UP_TO_DATE = "[UpdateSvc] up to date"
 WAITED = "waiting for an install that outlived the service"
 CHECK_KILLED = "ending the service in the middle of a check; the next start begins with a new one"
 FINISHED = "dpkg was interrupted; finishing its work"
@@ -41,3 +49,11 @@ COPIED_AGAIN = "the rollback copy was missing or damaged; made it again from the
 COPY_REMOVED = ("no rollback copy: no file here is the package that was accepted last; the next "
                 "release that is accepted gives one")
 CLONED = "the install id was made on another machine; the service makes a new one"
+
+
+def times(machine):
+    """The last time of each line of the service, in seconds on the clock of time.monotonic()."""
+    entries = machine.run("journalctl --sync; journalctl --quiet --output=json "
+                          f"_SYSTEMD_UNIT={SERVICE}").splitlines()
+    lines = [json.loads(entry) for entry in entries]
+    return {str(line["MESSAGE"]): int(line["__MONOTONIC_TIMESTAMP"]) / 1e6 for line in lines}

@@ -97,13 +97,14 @@ def serve_by_hand(machine):
 
 
 def answer_by_hand(server, body):
+    """Answers with status 200."""
     server.stdin.write(b"HTTP/1.1 200 OK\r\nContent-Length: %d\r\n\r\n%s" % (len(body), body))
 
 
 def request_to(server, end):
-    """Reads the request until it ends with the bytes `end`; returns it as text."""
+    """Reads the request until it ends with the bytes `end`; returns its head and body as text."""
     got = b""
     while not got.endswith(end):
         assert (piece := server.stdout.read(65536)), f"the request ends with {got}"
         got += piece
-    return got.decode()
+    return got.decode().split("\r\n\r\n")

@@ -49,8 +49,12 @@ def publish(folder, *arguments):
     return subprocess.run(command, cwd=folder, text=True, capture_output=True)
 
 
-def made_files(folder):
-    """The content of every file of the published tree, by its path in the tree."""
+def publish_all(folder, files):
+    """Publishes files, given as name and content; returns the published tree in the same form."""
+    for number, content in enumerate(files.values()):
+        (folder / f"{number}").write_bytes(content)
+    result = publish(folder, *[f"{name}={number}" for number, name in enumerate(files)])
+    assert result.returncode == 0, result.stderr
     tree = folder / "made"
     return {str(path.relative_to(tree)): path.read_bytes()
             for path in tree.rglob("*") if path.is_file()}

@@ -3,6 +3,8 @@
 from functools import partial
 from typing import NamedTuple
 
+from lab.client_log import running
+from lab.service_view import CLIENT
 from lab.session import Session
 
 FAR_AWAY = {"remote_host": "192.0.2.7", "graphical": False}
@@ -11,6 +13,21 @@ _SEND_AFTER_THE_END = r"""
 use IO::Socket::UNIX; my $socket = IO::Socket::UNIX->new(Peer => pop) or die; my $request = <STDIN>;
 my $parent = $$; exit if fork; select undef, undef, undef, 0.02 while kill 0, $parent;
 print $socket $request; $socket->flush; print <$socket>"""
+
+
+def clients_of_everybody(machine):
+    """Starts clients of users in sessions of every kind; returns them in the order of the starts.
+
+    Alice has two, kiosk has no session, one user has no name and carol, the last, has no manager.
+    """
+    carol = machine.login("carol")
+    alice, bob = [machine.login(user, seat=None) for user in ("alice", "bob")]
+    machine.run("systemctl mask --now user@1003.service")
+    return [running(machine, client) for client in (
+        machine.popen(["setpriv", "--reuid", "4711", "--clear-groups", CLIENT]),
+        alice.start([CLIENT, "alice's first"]), bob.start([CLIENT, "bob's"]),
+        machine.popen([CLIENT, "sessionless"], user="kiosk"),
+        alice.start([CLIENT, "alice's second"]), carol.start([CLIENT, "carol's"]))]
 
 
 class Peers(NamedTuple):

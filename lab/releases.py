@@ -19,8 +19,12 @@ FLAVOUR = os.environ.get("VANTRELL_FLAVOUR", "release")
 BUILT = ROOT / "build/lab" / FLAVOUR
 KEYS = BUILT.parent / "keys"
 FIRST_STAMP, NEXT_STAMP = "2026-10-11-2304", "2026-11-21-0900"
+README = f"notes/readme={ROOT}/README.md"  # a second file for a release
 COMPONENT = "client-linux-amd64"
+HASH = "b" * 64  # in the form of a SHA-256
 DEB = "vantrell-harbor_1.1_amd64.deb"  # the file of package("1.1")
+# Each makes a package that is not the client's of release 1.1; see package().
+FOREIGN_FIELDS = ["Package: vantrell-harbour", "Version: 1.1-1", "Architecture: all"]
 WITNESS_FILES = BLOCK, SIGNATURE, DIGEST = "release.block", "release.sig", f"{COMPONENT}.sha256"
 
 
@@ -79,16 +83,23 @@ def fact(number, file, version="1.1"):
     return host, f"{base}/prod/{version}.{file}"
 
 
+def manifest_entries(files, paths):
+    """The entries of pairs of name and content, which are served under the paths."""
+    return [{"name": name, "sha256": hashlib.sha256(content).hexdigest(), "size": len(content),
+             "url": f"https://{DOWNLOADS}/packages/1.1/{path}"}
+            for (name, content), path in zip(files, paths)]
+
+
 def signed_digest(entries):
     """The digest that a release 1.1 of these manifest entries must be signed with."""
     lines = {f"{entry['name']}:{entry['sha256']}:{entry['size']}" for entry in entries}
     return hashlib.sha256("\n".join([f"1.1|{COMPONENT}", *sorted(lines)]).encode()).hexdigest()
 
 
-def manifest(version, names, digest):
-    """An offer whose files have names of one letter and one digest, and are served nowhere."""
+def manifest(version, names):
+    """An offer whose files have names of one letter and the digest HASH, and are not served."""
     return json.dumps({"version": version, "files": [
-        {"name": name, "sha256": digest, "url": "u"} for name in names]})
+        {"name": name, "sha256": HASH, "url": "u"} for name in names]})
 
 
 def publish_by_hand(machine, files, key="release-1", block=None):
@@ -96,9 +107,7 @@ def publish_by_hand(machine, files, key="release-1", block=None):
 
     `files` are pairs of name and content; `block` replaces the true one. Returns the digest.
     """
-    entries = [{"name": name, "sha256": hashlib.sha256(content).hexdigest(), "size": len(content),
-                "url": f"https://{DOWNLOADS}/packages/1.1/{number}"}
-               for number, (name, content) in enumerate(files)]
+    entries = manifest_entries(files, range(len(files)))
     digest = signed_digest(entries)
     block = (block or f"vantrell-release-v1\n1.1\n{COMPONENT} {digest}\n").encode()
     signature = subprocess.run(["openssl", "dgst", "-sha256", "-sign", KEYS / f"{key}.pem"],

@@ -13,6 +13,7 @@ REPAIR = SERVICE.replace(".service", "-repair.service")
 TIMER = SERVICE.replace(".service", "-repair.timer")
 PROGRAM = "/usr/sbin/vantrell-harbor-updated"
 CLIENT = "/usr/bin/vantrell-harbor"
+CLIENT_BEHAVIOUR = "/usr/share/vantrell-harbor/behaviour"  # of the stand-in client
 CONFIG = "/etc/vantrell-harbor/update.conf"
 STATE = "/var/lib/vantrell-harbor/update"
 STAGING = f"{STATE}/client-staging"
@@ -21,6 +22,10 @@ COPY = f"{STATE}/client-rollback/previous.deb"
 IDLE_THREADS = 3 if FLAVOUR == "tsan" else 2  # that sanitizer adds one of its own
 # Prints the lines of the repair that the timer starts. That of a start is in the service's log.
 REPAIR_LOG = f"journalctl --sync; journalctl --quiet --output=cat _SYSTEMD_UNIT={REPAIR}"
+# A shell line for a machine without a running service: its unit then gets two sockets.
+SECOND_SOCKET = f"""cd /run/systemd/system; mkdir {SOCKET_UNIT}.d; systemctl stop {SOCKET_UNIT}
+printf '[Socket]\nListenStream=/run/vantrell/2\n' >{SOCKET_UNIT}.d/second.conf
+systemctl daemon-reload; systemctl start {SOCKET_UNIT}"""
 PASS_LIMIT = 300  # seconds for a pass to end; generous, since the host may be busy
 
 
@@ -68,6 +73,67 @@ def until_logged(text):
     """A shell line that waits until the service has logged a text."""
     return (f"until journalctl --sync; journalctl --quiet --unit={SERVICE} | grep -q '{text}'; "
             "do sleep 0.1; done")
+
+
+def end_unexpectedly(machine, signal):
+    """Sends a signal to the processes of the service; the main one has ended on return."""
+    machine.run(f"pid={main_pid(machine)}; systemctl kill --signal={signal} {SERVICE}; "
+                "tail --pid=$pid --sleep-interval=0.1 --follow /dev/null")
+
+
+def stop(machine):
+    """Stops the service; returns the service manager's word for the end, and the exit status."""
+    return machine.run(f"systemctl --quiet stop {SERVICE}; systemctl show --value "
+                       f"--property=Result,ExecMainStatus {SERVICE}", timeout=15).split()
+
+
+def begin_stop(machine):
+    """Stops the service without waiting for its end; returns the number of log lines before."""
+    lines = len(machine.log())
+    machine.run(["systemctl", "stop", "--no-block", SERVICE])
+    machine.run(f"while systemctl is-active {SERVICE}; do sleep 0.05; done")  # SIGTERM is sent
+    return lines
+
+
+def end_listening(machine):
+    """Sends SIGTERM to the service, which takes no more connections on return.
+
+    It may still work, and the service manager has not been told of its end.
+    """
+    machine.run(["systemctl", "kill", "--signal=TERM", "--kill-who=main", SERVICE])
+    machine.run(f'until [ -z "$(echo STATUS | timeout 2 nc -U -N {SOCKET})" ]; do :; done')
+
+
+def restarts(machine):
+    """How often the service manager restarted the service because that had ended."""
+    return int(machine.run(["systemctl", "show", "--value", "--property=NRestarts", SERVICE]))
+
+
+def file_kind(machine, path):
+    """Type, mode and owner of a file, such as "socket 666 root"."""
+    return machine.run(["stat", "--format=%F %a %U", path]).rstrip("\n")
+
+
+def backlogs(machine):
+    """How many connections may wait, for each socket that listens at the service's path."""
+    lines = machine.run(["ss", "-Hlx", "src", SOCKET]).splitlines()
+    return [int(line.split()[3]) for line in lines]
+
+
+def inode_of(machine, path):
+    return machine.run(["stat", "--format=%i", path])
+
+
+def wait_until_asleep(process):
+    """Waits until every thread of a process sleeps."""
+    states = [thread / "status" for thread in (process / "task").iterdir()]
+    while not all("State:\tS" in state.read_text() for state in states):
+        time.sleep(0.01)
+
+
+def set_zone(machine, west):
+    """Sets the time zone that is so many hours west of Greenwich."""
+    machine.run(f"ln -sfn /usr/share/zoneinfo/Etc/GMT{west:+} /etc/localtime")
 
 
 def main_pid(machine):

@@ -4,7 +4,7 @@ import signal
 import time
 
 from lab.client_log import CLIENT_LOG, running
-from lab.log_lines import HELD
+from lab.log_lines import HELD, REFUSED
 from lab.releases import package, publish_by_hand, release
 from lab.service_view import CLIENT, CONFIG, PASS_LIMIT, restart
 
@@ -87,6 +87,11 @@ def request_apply(machine, session=None):
     lines = len(machine.log())
     assert machine.send("APPLY", session=session) == "OK applying"
     return lines
+
+
+def refusal(machine, after):
+    """Why an install is refused, by the first such line after so many lines of the log."""
+    return machine.wait_for_log(REFUSED, after=after).removeprefix(REFUSED)
 
 
 def client_requests_apply(machine, client):

@@ -1,16 +1,23 @@
-"""The client's package: what it starts, restarts, stops, keeps and removes."""
+"""The client's package: what it starts, restarts, stops, keeps and removes, and its publishing.
+
+The tests of the package recipe, of the build and of publish-release need no machine.
+"""
+
+import json
+import os
+import subprocess
 
 import pytest
 
 from lab.machine import SERVICE
-from lab.packing import configure, run_recipe
-from lab.releases import package
+from lab.packing import configure, make_publisher_files, publish, publish_all, run_recipe
+from lab.releases import KEYS, manifest_entries, package, signed_digest
 from lab.service_view import CONFIG, TIMER, units
 from lab.update_steps import install_as_service
 
 UP, DOWN = ["active"] * 3, ["inactive"] * 3
 OURS = "find / -xdev -name '*vantrell*' ! -path '/var/tmp/*' ! -name '*.log' | sort"
-REFUSED = [  # what is done to good trees, what is said
+REFUSED_TREES = [  # what is done to good trees, what is said
     (":", "this service trusts a development key; configure the build with VANTRELL_RELEASE_KEY_1 "
      "and VANTRELL_RELEASE_KEY_2, and install it into an empty tree."),
     ("echo '#!/bin/sh' >client/usr/bin/vantrell-harbor", "/usr/bin/vantrell-harbor in the client "
@@ -74,7 +81,7 @@ def test_an_upgrade_starts_what_is_new_and_leaves_a_disabled_timer(bare_machine)
 
 
 def test_the_recipe_refuses_trees_that_are_not_to_be_installed(tmp_path):
-    for damage, sentence in REFUSED:
+    for damage, sentence in REFUSED_TREES:
         result = run_recipe(tmp_path, damage)
         assert result.stderr == f"make-client-package: {sentence}\n", damage
         assert result.returncode == 1, damage
@@ -91,3 +98,47 @@ def test_the_build_refuses_values_that_void_the_proof(tmp_path, name, value, wor
     result = configure(tmp_path, **{name: value})
     assert words in result.stderr
     assert result.returncode == 1
+
+
+REFUSED_RELEASES = [  # options and files, what is said
+    ("good.deb --version 1/1", 'the version "1/1" holds characters that do not pass unchanged '),
+    ("good.deb --channel Prod", '"Prod" is not a channel that machines ask for'),
+    ("good.deb --key short.pem", "the key short.pem is not an RSA-2048 key with the usual"),
+    ("good.deb /etc/x=notes", 'the name "/etc/x" escapes the install directory of the machines'),
+    ("good.deb a/../../x=notes", 'the name "a/../../x" escapes the install directory'),
+    ("notes", 'no name ends in ".deb"'),
+    ("good.deb 2.deb=good.deb", '2 names end in ".deb"'),
+    ("cut.deb", "cut.deb is damaged"),
+    ("P.deb", 'P.deb says "Package: x, Version: 1.1, Architecture: amd64" and the release'),
+    ("V.deb", 'V.deb says "Package: vantrell-harbor, Version: 1, Architecture: amd64" and '),
+    ("A.deb", 'A.deb says "Package: vantrell-harbor, Version: 1.1, Architecture: all" and '),
+]
+
+
+def test_a_release_that_clients_would_refuse_is_not_published(tmp_path):
+    make_publisher_files(tmp_path)
+    before = sorted(os.listdir(tmp_path))
+    for arguments, sentence in REFUSED_RELEASES:
+        result = publish(tmp_path, *arguments.split())
+        assert result.stderr.startswith(f"publish-release: {sentence}"), arguments
+        assert result.returncode == 1, arguments
+        assert sorted(os.listdir(tmp_path)) == before, arguments
+
+
+def test_the_published_digest_is_that_of_a_second_computation_and_is_signed(tmp_path):
+    make_publisher_files(tmp_path)
+    # The signed text is sorted by whole lines, in which the ":" after a name is compared too.
+    files = {"b.deb": (tmp_path / "good.deb").read_bytes(), "a": b"", "a.b": b"1", "a-": b"2",
+             "A/z": bytes(range(256))}
+    made, entries = publish_all(tmp_path, files), manifest_entries(files.items(), files)
+    digest = signed_digest(entries)
+    assert json.loads(made.pop("offer.json")) == {
+        "version": "1.1", "git_commit": "", "driver_fingerprint": "", "files": entries}
+    block = f"vantrell-release-v1\n1.1\nclient-linux-amd64 {digest}\n".encode()
+    signature = "witness-1/prod/1.1.release.sig"
+    facts = {"release.block": block, "release.sig": made[signature],
+             "client-linux-amd64.sha256": f"{digest}\n".encode()}
+    assert made == {f"downloads/packages/1.1/{name}": data for name, data in files.items()} | {
+        f"witness-{n}/prod/1.1.{fact}": data for n in (1, 2, 3) for fact, data in facts.items()}
+    subprocess.run(["openssl", "dgst", "-sha256", "-verify", KEYS / "release-1.pub", "-signature",
+                    tmp_path / "made" / signature], input=block, check=True)

@@ -1,0 +1,41 @@
+"""Damage to the service's files and tools, as shell lines: what a full disk or a mistake leaves."""
+
+from typing import NamedTuple
+
+from lab.service_view import COPY, RECORD, STAGING, STATE
+from lab.stubs import stub, unstub
+
+# To the rollback copy and the staged files. The directory of release 1.1 is staged, and each line
+# finds what the line before and a start of the service have left.
+TO_COPY = {
+    "the copy is cut": f"cp {COPY} {STAGING}/1.1/; truncate -s 70416 {COPY}",
+    "the copy is a link": f"cp {COPY} {STAGING}/1.1/a.deb; mv {COPY} /root/good.deb; "
+                          f"ln -s /root/good.deb {COPY}",
+    "the copy has moved, and others may read its directory":
+        f"mv {COPY} {STAGING}/1.1/-.deb; chmod 755 $(dirname {COPY})",
+    "staged files have strange names, and a link leads to /root/precious":
+        f"mkdir -p /root/precious; touch /root/precious/file; cd {STAGING}; "
+        "mkdir -p 1.1/-rf '2 \n*'; ln -s /root/precious 1.2; ln -s /root/precious/file 1.1/x.deb",
+    "the copy and the staged file are cut":
+        f"head -c 70416 {COPY} >{STAGING}/1.1/a.deb; cp {STAGING}/1.1/a.deb {COPY}",
+    "no record names the copy": f"cp /root/good.deb {COPY}; : >{RECORD}",
+}
+
+
+# To the disk of the service's directory, which is full but for a few blocks, and its repair.
+FILL_DISK = (f"mkdir -p {STATE} && mount -t tmpfs -o size=32k,mode=755 tmpfs {STATE} && "
+             f"! head -c 64K /dev/zero >{STATE}/filling")
+MAKE_ROOM = f"rm {STATE}/filling && mount -o remount,size=1m {STATE}"
+
+
+class Mendable(NamedTuple):
+    damage: str
+    repair: str
+
+
+STAGED_FILE_CHANGED = Mendable(f"echo >>{STAGING}/1.1/notes/readme",
+                               f"truncate -s -1 {STAGING}/1.1/notes/readme")
+PACKAGE_UNREADABLE = Mendable(stub("dpkg-deb", r"printf 'one\ntwo\r\n\n'; exit 2"),
+                              unstub("dpkg-deb"))
+NO_ROOM_FOR_PACKAGE = Mendable("mount -t tmpfs -o size=512k tmpfs /usr/share/vantrell-harbor",
+                               "umount /usr/share/vantrell-harbor")
