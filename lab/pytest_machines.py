@@ -1,0 +1,48 @@
+"""Fixtures for pytest: machines with client 1.0 and the service installed from a package."""
+
+import pytest
+
+from lab import sanitizers
+from lab.machine import Machine, missing_requirements
+from lab.service_view import log_exit_status
+from lab.update_steps import install_client, shut_window
+
+
+def pytest_collection_modifyitems(items):
+    reason = missing_requirements()
+    for item in items if reason else []:
+        item.add_marker(pytest.mark.skip(reason=reason))
+
+
+@pytest.fixture
+def bare_machine():
+    """A booted machine without the client."""
+    with Machine() as machine:
+        sanitizers.prepare(machine)
+        yield machine
+        reports = sanitizers.reports(machine)
+        assert not reports, "\n".join(machine.log())
+
+
+@pytest.fixture
+def machine(bare_machine):
+    install_client(bare_machine)
+    return bare_machine
+
+
+@pytest.fixture
+def quiet(machine):
+    """The window is shut at any time of day, and the log has the service's exit status."""
+    shut_window(machine)
+    log_exit_status(machine)
+    return machine
+
+
+@pytest.hookimpl(hookwrapper=True)
+def pytest_runtest_makereport(item, call):
+    """Adds the service's journal to the report of a failed test."""
+    outcome = yield
+    report = outcome.get_result()
+    machine = item.funcargs.get("bare_machine") if hasattr(item, "funcargs") else None
+    if report.when == "call" and report.failed and machine:
+        report.sections.append(("journal of the service", machine.journal()))
