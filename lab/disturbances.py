@@ -92,5 +92,7 @@ def pretend_install(machine, user="root"):
     machine.run("cp /usr/bin/sleep /run/apt-get")
     mark = {"VANTRELL_UPDATE_APPLY": "1"}
     with machine.popen(["/run/apt-get", "600"], user, mark) as process:
-        yield
-        process.kill()
+        try:
+            yield
+        finally:
+            process.kill()  # after a failure too: the end of the block waits for it

@@ -22,4 +22,7 @@ def last_look(machine, command):
     machine.write("/etc/systemd/system/last-look.service", _UNIT % command)
     machine.run("systemctl start last-look")
     with machine.popen(["cat", "/run/end"], stdout=subprocess.PIPE, text=True) as reader:
-        yield lambda: reader.communicate(timeout=60)[0]
+        try:
+            yield lambda: reader.communicate(timeout=60)[0]
+        finally:
+            reader.kill()  # after a failure too: the end of the block waits for it
