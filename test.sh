@@ -163,13 +163,13 @@ system_tests() { # FLAVOUR [NAME]
 everything() {
   # Under the sanitizers only tests that run all threads, and one whole apply; under that of
   # addresses also those that read all input.
-  local threads='service or seat or road or each_user'
+  local threads='test_service or test_seat or each_user or returns_as'
   # The system tests of a flavour run while the next step builds.
   begin_system release
   checks
   unit_tests asan
   end_system release
-  begin_system asan "$threads or refusals or hostile"
+  begin_system asan "$threads or test_refusals"
   unit_tests tsan
   end_system asan
   begin_system tsan "$threads"
