@@ -1,14 +1,5 @@
-#include <fcntl.h>
-
-#include <ctime>
-#include <thread>
-
-#include "base/descriptor.h"
 #include "base/directories.h"
-#include "base/file_content.h"
-#include "base/log_line.h"
-#include "base/own_thread.h"
-#include "base/steady_time.h"
+
 #include "tests/unit/temporary_folder.h"
 
 namespace Vantrell {
@@ -50,48 +41,6 @@ TEST(RemoveTree, EndsWhenItHasRemovedItsOwnPath) {
     }
   }
   EXPECT_TRUE(left == "one" || left == "two") << left;
-}
-
-TEST(IsRegularFile, IsTrueForALinkToAFileAndFalseForADirectory) {
-  const TemporaryFolder folder;
-  fs::create_symlink(folder.Write("file", ""), folder.Path("link"));
-  EXPECT_TRUE(IsRegularFile(folder.Path("link")));
-  EXPECT_FALSE(IsRegularFile(folder.Path("")));
-}
-
-TEST(LogLine, WritesALineAtOnce) {
-  int ends[2] = {};
-  ASSERT_EQ(pipe2(ends, O_CLOEXEC | O_DIRECT), 0);  // one read returns one write
-  const Descriptor readEnd(ends[0]);
-  const Descriptor writeEnd(ends[1]);
-  const Descriptor usual(dup(STDERR_FILENO));
-  dup2(writeEnd.Number(), STDERR_FILENO);
-  LogLine("%s has %d lines", "this", 1);
-  dup2(usual.Number(), STDERR_FILENO);
-  char line[100] = {};
-  EXPECT_EQ(read(readEnd.Number(), line, sizeof line), 17);
-  EXPECT_STREQ(line, "this has 1 lines\n");
-}
-
-TEST(RunOnOwnThread, UsesTheCallingThreadOnlyWhereNoOtherCanBeMade) {
-  std::thread::id worker;
-  const auto work = [&worker] { worker = std::this_thread::get_id(); };
-  RunOnOwnThread(work);
-  EXPECT_NE(worker, std::this_thread::get_id());
-  pthread_attr_t usual;
-  ASSERT_EQ(pthread_getattr_default_np(&usual), 0);
-  pthread_attr_t impossible = usual;
-  ASSERT_EQ(pthread_attr_setstacksize(&impossible, 1UL << 60), 0);  // over the address space
-  ASSERT_EQ(pthread_setattr_default_np(&impossible), 0);
-  RunOnOwnThread(work);
-  ASSERT_EQ(pthread_setattr_default_np(&usual), 0);
-  EXPECT_EQ(worker, std::this_thread::get_id());
-}
-
-TEST(SteadyNowMs, ReadsTheMonotonicClock) {
-  timespec now = {};
-  clock_gettime(CLOCK_MONOTONIC, &now);
-  EXPECT_NEAR(static_cast<double>(SteadyNowMs()), static_cast<double>(now.tv_sec) * 1000, 60000);
 }
 
 }  // namespace Vantrell
