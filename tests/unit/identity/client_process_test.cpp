@@ -1,7 +1,6 @@
-#include <gtest/gtest.h>
-
 #include "identity/client_process.h"
-#include "identity/launch_context.h"
+
+#include <gtest/gtest.h>
 
 namespace Vantrell {
 
@@ -13,16 +12,6 @@ TEST(ClientImage, HasThePathOfTheClientAlone) {
   EXPECT_TRUE(wasDeleted);
   EXPECT_FALSE(IsClientImage("/opt/vantrell-harbor (deleted)"));
   EXPECT_FALSE(IsClientImage("/usr/bin/vantrell-harbor-2"));
-}
-
-TEST(LaunchContext, TakesTheFirstOfFourUids) {
-  EXPECT_EQ(FindRealUid("Name:\tx\nUid:\t1\t2\t3\t4\nGid:\t5\t6\t7\t8\n"), 1);
-  EXPECT_EQ(FindRealUid(""), -1);
-}
-
-TEST(LaunchContext, TakesTheUnitFromTheLastLineOfTheUnifiedHierarchy) {
-  EXPECT_EQ(FindUnit("1:cpu:/a.service\n0::/a\n0::/s/b.scope\n2:x:/c\n"), "b.scope");
-  EXPECT_EQ(FindUnit("0::/a\n0::none\n"), "");
 }
 
 }  // namespace Vantrell
