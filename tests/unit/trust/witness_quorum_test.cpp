@@ -1,39 +1,12 @@
-#include <gtest/gtest.h>
-#include <sys/mman.h>
-
-#include <cstring>
-
-#include "base/file_content.h"
-#include "trust/signature.h"
 #include "trust/witness_quorum.h"
+
+#include <gtest/gtest.h>
+
+#include "tests/unit/trust/release_data.h"
 #include "update/update.h"
 
 namespace Vantrell {
 namespace {
-
-std::string Data(const std::string& name) { return ReadWholeFile(TEST_DATA_DIR "/" + name); }
-
-// `der` must live longer than the key.
-ReleaseKey KeyOf(const std::string& der) {
-  return {reinterpret_cast<const unsigned char*>(der.data()), static_cast<uint32_t>(der.size())};
-}
-
-TEST(Signature, IsOfTheWholeTextByOneOfTheKeys) {
-  const std::string block = Data("release.block");
-  const std::string signature = Data("release.sig2");
-  const std::string der = Data("release-key-2.der");
-  const std::vector<ReleaseKey> keys = {KeyOf(block), KeyOf(der)};  // the first is unreadable
-  // The text and 2^32 zero bytes after it: cut to 32 bits, the length is that of the text.
-  const auto lengthened = [](const std::string& text) -> std::string_view {
-    const size_t size = text.size() + (1UL << 32);
-    void* memory = mmap(nullptr, size, PROT_READ | PROT_WRITE,
-                        MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
-    return {static_cast<char*>(memcpy(memory, text.data(), text.size())), size};
-  };
-  EXPECT_TRUE(VerifyDigestSignature(block, signature, keys));
-  EXPECT_FALSE(VerifyDigestSignature(lengthened(block), signature, keys));
-  EXPECT_FALSE(VerifyDigestSignature(block, lengthened(signature), keys));
-}
 
 const std::string Digest = "8adc4a7bac46cb184020f6429057f5318ef73b8f0986d4576d03d9469b7ed3c4";
 const std::string Unreachable = " unreachable: HTTP 404";
@@ -72,11 +45,11 @@ struct Quorum {
 void Expect(const Quorum& quorum, size_t requests, const std::string& error,
             const std::string& log) {
   const UpdateManifest offer = {"2.4.0", "", "", {{"harbor.deb", std::string(64, 'a'), 7, ""}}};
-  const std::string der = Data("release-key-1.der");
+  const std::string der = ReleaseData("release-key-1.der");
   size_t made = 0;
   const auto fetch = [&](const std::string& url, std::string& body, std::string& reason) {
     EXPECT_EQ(url, Requests[made++].url);
-    body = Data(quorum.release + (url.ends_with(".sig") ? quorum.signature : ".block"));
+    body = ReleaseData(quorum.release + (url.ends_with(".sig") ? quorum.signature : ".block"));
     if (url.ends_with(".sha256")) body = quorum.digest;
     if (made == quorum.altered) body[30] = static_cast<char>(body[30] ^ 1);
     reason = "HTTP 404";
