@@ -1,21 +1,14 @@
 #include "update/https_transport.h"
 
-#include <curl/curl.h>
 #include <dlfcn.h>
-#include <sys/syscall.h>
-#include <unistd.h>
+#include <gtest/gtest.h>
 
-#include <map>
-
-#include "tests/unit/temporary_folder.h"
-#include "update/staging.h"
+#include "tests/unit/update/curl_options.h"
 
 namespace Vantrell {
 namespace {
 
-std::map<CURLoption, long> options;            // the last value of each
 CURLoption refusedOption = CURLOPT_LASTENTRY;  // none
-int syncs = 0;
 
 std::string ErrorOfGet() {
   std::string error;
@@ -26,7 +19,7 @@ std::string ErrorOfGet() {
 
 }  // namespace
 
-// These take the place of library functions in the test program. A long is as wide as a pointer.
+// These take the place of libcurl's functions in the test program. A long is as wide as a pointer.
 CURLcode RecordOption(CURL* handle, CURLoption option, long value) __asm__("curl_easy_setopt");
 CURLcode RecordOption(CURL* handle, CURLoption option, long value) {
   static const auto real =
@@ -39,11 +32,6 @@ extern "C" curl_slist* curl_slist_append(curl_slist* list, const char* text) {
   static const auto real =
       reinterpret_cast<decltype(&curl_slist_append)>(dlsym(RTLD_NEXT, "curl_slist_append"));
   return refusedOption == CURLOPT_HTTPHEADER ? nullptr : real(list, text);
-}
-
-extern "C" int fsync(int descriptor) {
-  ++syncs;
-  return static_cast<int>(syscall(SYS_fsync, descriptor));
 }
 
 TEST(HttpsTransport, HasTimeLimitsAndFailsWithoutItsProtocolLimitsAndItsHeaders) {
@@ -59,21 +47,6 @@ TEST(HttpsTransport, HasTimeLimitsAndFailsWithoutItsProtocolLimitsAndItsHeaders)
   EXPECT_EQ(ErrorOfGet(), "download failed, Out of memory");
   EXPECT_EQ(HttpsPostJson("127.0.0.1:1", "/", "", "", 2000).error, "curl error Out of memory");
   refusedOption = CURLOPT_LASTENTRY;
-}
-
-TEST(Download, FollowsNoLinkAndUsesHttpsOnlyAndSyncsAndRemovesItsFileAndHasATimeLimit) {
-  const TemporaryFolder folder;
-  const std::string path = folder.Write("file", "content");
-  std::filesystem::create_symlink(path, folder.Path("link"));
-  std::string error;
-  EXPECT_FALSE(DownloadToFile("https://127.0.0.1:1/", folder.Path("link"), error));
-  EXPECT_EQ(error, "cannot create staging file");
-  syncs = 0;
-  EXPECT_FALSE(DownloadToFile("http://127.0.0.1:1/", path, error));
-  EXPECT_EQ(error, "download failed, Unsupported protocol");
-  EXPECT_EQ(syncs, 1);
-  EXPECT_FALSE(std::filesystem::exists(path));
-  EXPECT_EQ(options[CURLOPT_TIMEOUT_MS], 1800000);
 }
 
 }  // namespace Vantrell
