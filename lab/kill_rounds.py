@@ -31,7 +31,8 @@ from lab.update_steps import install_client, request_apply, shut_window  # noqa:
 GOOD, BAD = ("2.0", "2.1", "2.2"), "3.0"
 BALLAST = ("--ballast", "8")  # unpacking then takes a good part of the install
 VICTIMS = {
-    "service": f"kill -9 $(systemctl show -P MainPID {SERVICE})",
+    # Between two runs the main pid is 0, which kill would take for the caller's own group.
+    "service": f"pid=$(systemctl show -P MainPID {SERVICE}); [ $pid = 0 ] || kill -9 $pid",
     "apt-get": "kill -9 $(pidof apt-get)",
     "apt tree": "kill -9 $(grep -lszx VANTRELL_UPDATE_APPLY=1 /proc/[0-9]*/environ | "
                 "cut -d / -f 3)",
@@ -157,6 +158,14 @@ def play(machine, given, seconds):
     return sorted(done), update(machine, unused(machine))
 
 
+def last_lines(machine):
+    """The end of the journal; empty when the machine has not booted or cannot be entered."""
+    try:
+        return machine.run("journalctl --boot --quiet --lines=80", check=False)
+    except Exception:
+        return ""
+
+
 def play_all(seed, numbers):
     """Plays rounds on one machine, and on a new one after a failure; pairs of round and outcome."""
     played, machine = [], None
@@ -168,9 +177,9 @@ def play_all(seed, numbers):
                 seconds = prepare(machine)
             (outcome, seconds), text = play(machine, given, seconds), ""
         except Exception as error:
-            journal = machine.run("journalctl --boot --quiet --lines=80", check=False)
-            outcome, text = ["NOT WHOLE"], f" ({error!r})\n{journal}"
-            machine.close()
+            outcome, text = ["NOT WHOLE"], f" ({error!r})\n{last_lines(machine)}"
+            if machine is not None:
+                machine.close()
             machine = None
         print(f"{number:4} {given.place:8} {given.victim:8} at {given.part:4.2f}, "
               f"{time.monotonic() - started:5.1f} s: {', '.join(outcome) or 'whole'}{text}",

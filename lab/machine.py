@@ -57,7 +57,8 @@ def _remove_leftovers():
     """Removes empty folders and control groups of runs whose processes were all killed."""
     for folder in pathlib.Path(tempfile.gettempdir()).glob(NAME_PREFIX + "*"):
         try:
-            if time.time() - folder.stat().st_mtime < 60:
+            status = folder.lstat()
+            if status.st_uid != 0 or time.time() - status.st_mtime < 60:
                 continue  # another run may be making it, and has not locked it yet
             with open(folder / "lock") as lock:
                 fcntl.flock(lock, fcntl.LOCK_EX | fcntl.LOCK_NB)
@@ -207,7 +208,7 @@ class Machine(OutsideWorld):
     def shell(self):
         """Runs a root shell in the machine, on the terminal of this program."""
         with self.popen(["bash", "--login"], env={"TERM": os.environ.get("TERM", "dumb")},
-                        stdin=None) as process:
+                        stdin=None, start_new_session=False) as process:
             process.wait()
 
     def succeeds(self, command, **options):

@@ -11,6 +11,9 @@ _BEGIN = ('[ -z "$0" ] || echo 0 >"/sys/fs/cgroup$0/cgroup.procs" || exit 125; '
 class Process(subprocess.Popen):
     """As Popen, but signals go to the process inside and not to the nsenter that started it.
 
+    It has a session and a process group of its own, so that `kill 0` inside does not reach this
+    program.
+
     `pid_inside` is its pid as the machine sees it. The process ends when this program or the
     machine ends. A shell line is a process too: what it starts does not get its signals.
     """
@@ -30,7 +33,8 @@ class Process(subprocess.Popen):
                  "--pid", "--cgroup", "--",
                  "bash", "-c", _BEGIN.replace("{1}", str(writing)), group or "", writing, *become]
         super().__init__([str(word) for word in [*enter, *command]], pass_fds=[writing],
-                         env={"HOME": "/root", **env}, **{"stdin": subprocess.DEVNULL, **options})
+                         env={"HOME": "/root", **env},
+                         **{"stdin": subprocess.DEVNULL, "start_new_session": True, **options})
         self.args = command  # for error messages
         os.close(writing)
         with os.fdopen(reading) as announced:
