@@ -11,6 +11,7 @@ TO_COPY = {
     "the copy is cut": f"cp {COPY} {STAGING}/1.1/; truncate -s 70416 {COPY}",
     "the copy is a link": f"cp {COPY} {STAGING}/1.1/a.deb; mv {COPY} /root/good.deb; "
                           f"ln -s /root/good.deb {COPY}",
+    "a repair was killed between its two moves": f"mv {COPY} {COPY}.new",
     "the copy has moved, and others may read its directory":
         f"mv {COPY} {STAGING}/1.1/-.deb; chmod 755 $(dirname {COPY})",
     "staged files have strange names, and a link leads to /root/precious":

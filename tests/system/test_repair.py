@@ -9,7 +9,7 @@ from lab import log_lines as log
 from lab.check_pass import NOTHING, STAGED, check
 from lab.disturbances import interrupt_foreign_package, pretend_install, remove_socket
 from lab.footprint import package_state, wait_for_package
-from lab.held_install import run_at_gate, stage_held
+from lab.held_install import package_lock, run_at_gate, stage_held
 from lab.kill_rounds import VICTIMS, Round
 from lab.machine import SERVICE, SOCKET, Machine
 from lab.service_view import (COPY, REPAIR, REPAIR_LOG, SOCKET_UNIT, STAGING, STATE, ask,
@@ -74,6 +74,7 @@ Left = namedtuple("Left", "by said copy")
 LEFT = [
     Left("the copy is cut", [log.COPIED_AGAIN], True),
     Left("the copy is a link", [log.COPIED_AGAIN], True),
+    Left("a repair was killed between its two moves", [log.COPIED_AGAIN], True),
     Left("the copy has moved, and others may read its directory", [log.COPIED_AGAIN], True),
     Left("staged files have strange names, and a link leads to /root/precious", [], True),
     Left("the copy and the staged file are cut", [log.COPY_REMOVED], False),
@@ -124,6 +125,8 @@ def test_a_failing_postinst_is_run_by_the_next_start_but_not_at_each_turn_of_the
     machine = quiet
     stage(machine, "1.1", "--postinst", "[ -e /run/mended ] || exit 9")
     machine.wait_for_log(log.REFUSED + "swap failed", after=request_apply(machine))
+    with package_lock(machine):  # another program is at work
+        assert machine.run(f"systemctl start {REPAIR}; {REPAIR_LOG}") == ""
     machine.run(f"for turn in 1 2 3; do systemctl start {REPAIR}; done")
     assert machine.run(REPAIR_LOG).count(log.FINISHED) == 1
     machine.run(f"touch /run/mended; systemctl restart {SERVICE}")
