@@ -91,7 +91,7 @@ def test_the_recipe_refuses_trees_that_are_not_to_be_installed(tmp_path):
 @pytest.mark.parametrize("name, value, words", [
     ("RELEASE_KEY_2", "one.pub", "are the same key"),
     ("RELEASE_KEY_2", "absent.pub", "cannot be read"),
-    ("WITNESS_3", "https://A.example.org/else", "Two witnesses are on the host"),
+    ("WITNESS_3", "https://me@A.example.org.:443/else", "Two witnesses are on the host"),
     ("UPDATE_HOST", "updates.vantrell.example", "is an example host"),
 ], ids=["key", "file", "witness", "host"])
 def test_the_build_refuses_values_that_void_the_proof(tmp_path, name, value, words):
