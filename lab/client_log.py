@@ -4,7 +4,11 @@ import json
 import re
 from typing import NamedTuple
 
+from lab.service_view import CLIENT
+
 CLIENT_LOG = "/var/log/vantrell-harbor-client.log"
+# Fails when a process ends in the meantime.
+_FIND_CLIENTS = f"find /proc/[0-9]*/exe -lname '{CLIENT}*' 2>/dev/null"
 
 
 class ClientStart(NamedTuple):
@@ -46,3 +50,16 @@ def running(machine, client):
     """Returns a client that was started, once it handles signals."""
     wait_for_client(machine, rf"^\[[^ ]* pid {client.pid_inside} .* start argv")
     return client
+
+
+def running_clients(machine):
+    """The pids of all clients that run, those of a replaced executable included."""
+    return [path.split("/")[2] for path in machine.run(_FIND_CLIENTS, check=False).splitlines()]
+
+
+def only_client(machine):
+    """The pid of the one client that runs, once it handles signals."""
+    machine.run(f"until {_FIND_CLIENTS} | grep -q .; do sleep 0.05; done")
+    [pid] = running_clients(machine)
+    wait_for_client(machine, rf"^\[[^ ]* pid {pid} .* start argv")
+    return pid

@@ -3,7 +3,7 @@
 import signal
 import time
 
-from lab.client_log import CLIENT_LOG, running
+from lab.client_log import CLIENT_LOG, only_client, running
 from lab.log_lines import HELD, REFUSED
 from lab.releases import package, publish_by_hand, release
 from lab.service_view import CLIENT, CONFIG, PASS_LIMIT, restart
@@ -98,4 +98,18 @@ def client_requests_apply(machine, client):
     """Has a client send APPLY and exit; returns the number of log lines before."""
     lines = len(machine.log())
     running(machine, client).send_signal(signal.SIGUSR1)
+    return lines
+
+
+def relaunched_client_requests_apply(machine):
+    """Has the only client send APPLY and exit; returns the number of log lines before."""
+    lines = len(machine.log())
+    machine.run(["kill", "-USR1", only_client(machine)])
+    return lines
+
+
+def open_window(machine):
+    """Has the service install by itself after its next pass; returns the number of log lines."""
+    lines = len(machine.log())
+    machine.write(CONFIG, "WindowEnabled=0\n")
     return lines

@@ -1,0 +1,58 @@
+"""Update after update without a logout: each new client is judged, and one runs at the end."""
+
+from collections import namedtuple
+
+import pytest
+
+from lab import log_lines as log
+from lab.client_log import only_client, running_clients
+from lab.update_steps import (open_window, relaunched_client_requests_apply, request_apply, said,
+                              shut_window, stage, start_client)
+
+pytestmark = pytest.mark.usefixtures("quiet")
+
+
+def open_window_beside_a_second_client(machine):
+    start_client(machine, "alice")
+    return open_window(machine)
+
+
+Night = namedtuple("Night", "version asked installed behaviour before",
+                   defaults=["stay", []])
+# The bad release dies so early that a scan of the processes may miss it.
+NIGHTS = [
+    Night("1.1", request_apply, "1.1", before=[log.NO_COPY]),
+    Night("1.2", relaunched_client_requests_apply, "1.1", "die-after 0"),
+    Night("1.2", request_apply, "1.1", "die-after 0"),
+    Night("1.3", relaunched_client_requests_apply, "1.3"),
+    Night("1.4", open_window_beside_a_second_client, "1.4"),
+]
+BAD = [log.GONE + " (inactive)", log.ROLLBACK, log.RESTORED]
+USERS = ["alice", "bob"]
+UNITS = "systemctl --user --machine={}@.host list-units --all --no-legend 'vantrell-harbor*'"
+
+
+def test_every_night_without_a_logout_judges_the_new_client_and_leaves_one(machine):
+    start_client(machine, "alice", "alice's")
+    clients = [only_client(machine)]
+    for night in NIGHTS:
+        stage(machine, night.version, "--behaviour", night.behaviour)
+        good = [log.RELAUNCHED.replace("1.1", night.version), *log.ENDED]
+        expected = BAD if night.version == "1.2" else good
+        assert said(machine, night.asked(machine), expected[-1]) == [*night.before, *expected]
+        assert machine.version_of("vantrell-harbor") == night.installed
+        clients.append(only_client(machine))
+        shut_window(machine)
+    assert len(set(clients)) == len(clients)
+
+
+def test_a_relaunched_client_that_is_closed_or_crashes_stays_closed_and_leaves_no_unit(machine):
+    stage(machine, "1.1")
+    for user in USERS:
+        start_client(machine, user)
+    said(machine, request_apply(machine), "ended with status")
+    for pid, signal in zip(running_clients(machine), ("TERM", "SEGV"), strict=True):
+        machine.run(["kill", "-s", signal, pid])
+    for user in USERS:
+        machine.run(f'while [ -n "$({UNITS.format(user)})" ]; do sleep 0.1; done')
+    assert running_clients(machine) == []
