@@ -38,6 +38,11 @@ KIOSK_STARTED_NONE = "[UpdateSvc] the kiosk supervisor started no new client wit
 KIOSK_UNJUDGED = ("[UpdateSvc] applied without judging: the kiosk client picks up the new image "
                   "when it next starts")
 
+IN_WINDOW = "the window is open: asked for the install of 1.1"
+PAUSED = ('paused: vantrell-harbor is on hold, so no release is installed; "apt-mark unhold '
+          'vantrell-harbor" resumes')
+NO_ANSWER = f"the update service does not answer on {SOCKET}: {{}}"
+
 UP_TO_DATE = "[UpdateSvc] up to date"
 WAITED = "waiting for an install that outlived the service"
 CHECK_KILLED = "ending the service in the middle of a check; the next start begins with a new one"

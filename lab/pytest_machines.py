@@ -2,7 +2,7 @@
 
 import pytest
 
-from lab import sanitizers
+from lab import kill_rounds, sanitizers
 from lab.machine import Machine, missing_requirements
 from lab.service_view import log_exit_status
 from lab.update_steps import install_client, shut_window
@@ -36,6 +36,15 @@ def quiet(machine):
     shut_window(machine)
     log_exit_status(machine)
     return machine
+
+
+@pytest.fixture
+def durable_machine():
+    """A booted machine without the client whose power can be cut."""
+    if kill_rounds.missing():
+        pytest.skip(kill_rounds.missing())
+    with Machine(durable=True) as machine:
+        yield machine
 
 
 @pytest.hookimpl(hookwrapper=True)

@@ -11,6 +11,8 @@ from lab.releases import FLAVOUR
 SOCKET_UNIT = SERVICE.replace(".service", ".socket")
 REPAIR = SERVICE.replace(".service", "-repair.service")
 TIMER = SERVICE.replace(".service", "-repair.timer")
+WINDOW = SERVICE.replace(".service", "-window.service")
+WINDOW_TIMER = SERVICE.replace(".service", "-window.timer")
 PROGRAM = "/usr/sbin/vantrell-harbor-updated"
 CLIENT = "/usr/bin/vantrell-harbor"
 CLIENT_BEHAVIOUR = "/usr/share/vantrell-harbor/behaviour"  # of the stand-in client
@@ -22,6 +24,7 @@ COPY = f"{STATE}/client-rollback/previous.deb"
 IDLE_THREADS = 3 if FLAVOUR == "tsan" else 2  # that sanitizer adds one of its own
 # Prints the lines of the repair that the timer starts. That of a start is in the service's log.
 REPAIR_LOG = f"journalctl --sync; journalctl --quiet --output=cat _SYSTEMD_UNIT={REPAIR}"
+WINDOW_LOG = REPAIR_LOG.replace(REPAIR, WINDOW)
 # A shell line for a machine without a running service: its unit then gets two sockets.
 SECOND_SOCKET = f"""cd /run/systemd/system; mkdir {SOCKET_UNIT}.d; systemctl stop {SOCKET_UNIT}
 printf '[Socket]\nListenStream=/run/vantrell/2\n' >{SOCKET_UNIT}.d/second.conf
@@ -61,12 +64,12 @@ def log_exit_status(machine):
     machine.run("systemctl daemon-reload")
 
 
-def set_timer(machine, seconds):
-    """Has the repair run after so many seconds, and again after each such time."""
-    machine.write(f"/etc/systemd/system/{TIMER}.d/lab.conf", "[Timer]\nOnActiveSec=\n"
+def set_timer(machine, seconds, timer=TIMER):
+    """Has the unit of a timer run after so many seconds, and again after each such time."""
+    machine.write(f"/etc/systemd/system/{timer}.d/lab.conf", "[Timer]\nOnActiveSec=\n"
                   f"OnUnitInactiveSec=\nOnActiveSec={seconds}\nOnUnitInactiveSec={seconds}\n"
                   "AccuracySec=0.1\n")
-    machine.run(f"systemctl daemon-reload; systemctl restart {TIMER}")
+    machine.run(f"systemctl daemon-reload; systemctl restart {timer}")
 
 
 def until_logged(text):
@@ -142,9 +145,9 @@ def main_pid(machine):
 
 
 class Units(NamedTuple):
-    """The socket unit, the service and the timer, as the service manager has them."""
+    """The socket unit, the service and the two timers, as the service manager has them."""
 
-    states: list  # "active" or "inactive" for each of the three
+    states: list  # "active" or "inactive" for each of the four
     enabled: list  # "enabled" or "disabled" for each, while the package is installed
     reload_needed: str  # "yes" when the unit file changed after it was read
     socket_start: str  # another text for each start of the socket
@@ -154,7 +157,7 @@ class Units(NamedTuple):
 def units(machine):
     """Returns Units once the service manager has no more jobs."""
     machine.run("while systemctl list-jobs --no-legend | grep -q .; do sleep 0.1; done")
-    names = f"{SOCKET_UNIT} {SERVICE} {TIMER}"
+    names = f"{SOCKET_UNIT} {SERVICE} {TIMER} {WINDOW_TIMER}"
     enabled = machine.run(f"systemctl is-enabled {names}", check=False).splitlines()
     *states, reload_needed, socket_start, pid = machine.run(
         f"systemctl is-active {names}; "

@@ -4,9 +4,13 @@ import signal
 import time
 
 from lab.client_log import CLIENT_LOG, only_client, running
-from lab.log_lines import HELD, REFUSED
+from lab.log_lines import HELD, REFUSED, RELEASED, UP_TO_DATE
 from lab.releases import package, publish_by_hand, release
-from lab.service_view import CLIENT, CONFIG, PASS_LIMIT, restart
+from lab.service_view import (CLIENT, CONFIG, PASS_LIMIT, WINDOW, WINDOW_LOG, WINDOW_TIMER, restart,
+                              set_timer, set_zone)
+
+# Windows; at noon NIGHT is that which began on the day before.
+SHUT, NIGHT, DAY = ("02:00", "05:00"), ("20:00", "19:00"), ("10:00", "15:00")
 
 
 def install_client(machine):
@@ -27,6 +31,46 @@ def shut_window(machine):
     far = (time.gmtime().tm_hour + 12) % 24
     machine.write(CONFIG, f"WindowStart={far:02}:00\nWindowEnd={far:02}:30\n")
     return f"{far:02}:00-{far:02}:30 local"
+
+
+def make_noon(machine, window):
+    """Sets a time zone in which it is noon, and the window."""
+    set_zone(machine, time.gmtime().tm_hour - 12)
+    open_window(machine, window)
+
+
+def settle_at_noon(machine, window=SHUT):
+    """As make_noon(), and the service has run its own check: the next one is hours away."""
+    make_noon(machine, window)
+    machine.wait_for_log(UP_TO_DATE)
+    machine.forget_requests()
+
+
+def open_window(machine, window):
+    """Sets the window: NIGHT and DAY are open at noon, SHUT is not."""
+    machine.write(CONFIG, "WindowStart={}\nWindowEnd={}\n".format(*window))
+
+
+def end_session_after_boot(machine, window):
+    """Installs client 1.0 on a durable machine that is switched off and on in a window.
+
+    1.1 is offered. The service finds it while a user's client holds a session, which then ends.
+    """
+    install_client(machine)
+    make_noon(machine, window)
+    set_timer(machine, 1, WINDOW_TIMER)
+    machine.publish(release("1.1"))
+    machine.run("sync")
+    machine.cut_power()
+    client = start_working_client(machine, "alice")
+    machine.wait_for_log("holding: a session is live")
+    release_session(machine, client)
+
+
+def run_in_window(machine):
+    """Runs the unit of the window once; returns all lines that it has written so far."""
+    machine.run(["systemctl", "start", WINDOW])
+    return machine.run(WINDOW_LOG).splitlines()
 
 
 def stage(machine, version, *options, fresh=True, **kind):
@@ -65,11 +109,24 @@ def start_client(machine, user, *arguments, **login):
     return running(machine, machine.login(user, **login).start([CLIENT, *arguments]))
 
 
+def start_working_client(machine, user):
+    """As start_client(); the client holds a session."""
+    client = start_client(machine, user)
+    hold_session(machine, client)
+    return client
+
+
 def hold_session(machine, client, count=1):
     """Has a client tell the service that it is in use; so many clients then are."""
     lines = len(machine.log())
     client.send_signal(signal.SIGUSR2)
     machine.wait_for_log(HELD.format(count), after=lines)
+
+
+def release_session(machine, client):
+    """Has a client give back its holds; no session is live then."""
+    client.send_signal(signal.SIGHUP)
+    machine.wait_for_log(RELEASED.format(0))
 
 
 def said(machine, after, last, timeout=300):
@@ -108,7 +165,7 @@ def relaunched_client_requests_apply(machine):
     return lines
 
 
-def open_window(machine):
+def disable_window(machine):
     """Has the service install by itself after its next pass; returns the number of log lines."""
     lines = len(machine.log())
     machine.write(CONFIG, "WindowEnabled=0\n")

@@ -6,15 +6,15 @@ import pytest
 
 from lab import log_lines as log
 from lab.client_log import only_client, running_clients
-from lab.update_steps import (open_window, relaunched_client_requests_apply, request_apply, said,
+from lab.update_steps import (disable_window, relaunched_client_requests_apply, request_apply, said,
                               shut_window, stage, start_client)
 
 pytestmark = pytest.mark.usefixtures("quiet")
 
 
-def open_window_beside_a_second_client(machine):
+def disable_window_beside_a_second_client(machine):
     start_client(machine, "alice")
-    return open_window(machine)
+    return disable_window(machine)
 
 
 Night = namedtuple("Night", "version asked installed behaviour before",
@@ -25,7 +25,7 @@ NIGHTS = [
     Night("1.2", relaunched_client_requests_apply, "1.1", "die-after 0"),
     Night("1.2", request_apply, "1.1", "die-after 0"),
     Night("1.3", relaunched_client_requests_apply, "1.3"),
-    Night("1.4", open_window_beside_a_second_client, "1.4"),
+    Night("1.4", disable_window_beside_a_second_client, "1.4"),
 ]
 BAD = [log.GONE + " (inactive)", log.ROLLBACK, log.RESTORED]
 USERS = ["alice", "bob"]

@@ -12,10 +12,10 @@ import pytest
 from lab.machine import SERVICE
 from lab.packing import configure, make_publisher_files, publish, publish_all, run_recipe
 from lab.releases import KEYS, manifest_entries, package, signed_digest
-from lab.service_view import CONFIG, TIMER, units
+from lab.service_view import CONFIG, TIMER, WINDOW, WINDOW_TIMER, units
 from lab.update_steps import install_as_service
 
-UP, DOWN = ["active"] * 3, ["inactive"] * 3
+UP, DOWN = ["active"] * 4, ["inactive"] * 4
 OURS = "find / -xdev -name '*vantrell*' ! -path '/var/tmp/*' ! -name '*.log' | sort"
 REFUSED_TREES = [  # what is done to good trees, what is said
     (":", "this service trusts a development key; configure the build with VANTRELL_RELEASE_KEY_1 "
@@ -35,7 +35,7 @@ def test_the_package_starts_and_restarts_the_service_but_not_during_an_apply(bar
     machine.install(package("1.0"))
     first = units(machine)
     assert first.states == UP
-    assert first.enabled == ["enabled"] * 3
+    assert first.enabled == ["enabled"] * 4
     assert first.reload_needed == "no"
     assert not machine.exists(CONFIG)
     assert machine.send("SETRING beta") == "OK"
@@ -50,9 +50,9 @@ def test_the_package_starts_and_restarts_the_service_but_not_during_an_apply(bar
     assert units(machine) == upgraded
     machine.run(["systemctl", "stop", SERVICE])
     machine.install(package("1.1"), "--allow-downgrades")
-    assert units(machine) == first._replace(states=["active", "inactive", "active"], pid="0")
+    assert units(machine) == first._replace(states=["active", "inactive", *UP[2:]], pid="0")
 
-    machine.run("apt-get remove -y vantrell-harbor")
+    machine.run(f"systemctl start {WINDOW}; apt-get remove -y vantrell-harbor")
     assert units(machine).states == DOWN
     assert not machine.exists("/run/vantrell")
     machine.install(package("1.1"))
@@ -68,16 +68,16 @@ def test_an_upgrade_starts_what_is_new_and_leaves_a_disabled_timer(bare_machine)
     machine = bare_machine
     machine.install(package("0.9", "--no-service"))
     install_as_service(machine, package("1.0"))  # by a service that had no timer yet
-    assert units(machine).states[2] == "active"
-    assert units(machine).enabled[2] == "enabled"
+    assert units(machine).states[2:] == UP[2:]
+    assert units(machine).enabled[2:] == ["enabled"] * 2
     machine.run("apt-get purge -y vantrell-harbor")
     machine.install(package("0.9", "--no-service"))
     machine.install(package("1.0"))
     assert units(machine).states == UP
-    machine.run(["systemctl", "disable", "--now", TIMER])
+    machine.run(["systemctl", "disable", "--now", TIMER, WINDOW_TIMER])
     machine.install(package("1.1"))
-    assert units(machine).states == [*UP[:2], "inactive"]
-    assert units(machine).enabled == ["enabled", "enabled", "disabled"]
+    assert units(machine).states == [*UP[:2], *DOWN[2:]]
+    assert units(machine).enabled == ["enabled"] * 2 + ["disabled"] * 2
 
 
 def test_the_recipe_refuses_trees_that_are_not_to_be_installed(tmp_path):
