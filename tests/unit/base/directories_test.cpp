@@ -33,11 +33,11 @@ TEST(RemoveTree, RemovesEverythingBelowAndFollowsNoLink) {
 TEST(RemoveTree, EndsWhenItHasRemovedItsOwnPath) {
   const TemporaryFolder folder;
   std::string left;
-  for (const std::string through : {"one", "two"}) {
-    for (const std::string name : {"one", "two"}) folder.Write(through + "/" + name + "/file", "");
-    EXPECT_FALSE(RemoveTree(folder.Path(through + "/" + through + "/..")));
-    for (const std::string name : {"one", "two"}) {
-      if (fs::exists(folder.Path(through + "/" + name + "/file"))) left += name;
+  for (const fs::path through : {"one", "two"}) {
+    for (const char* name : {"one", "two"}) folder.Write(through / name / "file", "");
+    EXPECT_FALSE(RemoveTree(folder.Path(through / through / "..")));
+    for (const char* name : {"one", "two"}) {
+      if (fs::exists(folder.Path(through / name / "file"))) left += name;
     }
   }
   EXPECT_TRUE(left == "one" || left == "two") << left;
