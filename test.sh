@@ -162,14 +162,14 @@ system_tests() { # FLAVOUR [NAME]
 
 everything() {
   # Under the sanitizers only tests that run all threads, and one whole apply; under that of
-  # addresses also those that read all input.
-  local threads='test_service or test_seat or each_user or returns_as'
+  # addresses also those that read faulty and hostile input.
+  local threads='test_service or test_seat or each_user'
   # The system tests of a flavour run while the next step builds.
   begin_system release
   checks
   unit_tests asan
   end_system release
-  begin_system asan "$threads or test_refusals"
+  begin_system asan "$threads or hostile or fault_of_a_server or full_disk"
   unit_tests tsan
   end_system asan
   begin_system tsan "$threads"
