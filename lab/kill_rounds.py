@@ -21,7 +21,7 @@ import time
 
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent.parent))
 from lab import log_lines  # noqa: E402
-from lab.client_log import running  # noqa: E402
+from lab.client_log import running, running_clients  # noqa: E402
 from lab.machine import SERVICE, SOCKET, Machine, missing_requirements  # noqa: E402
 from lab.releases import release  # noqa: E402
 from lab.service_view import (CLIENT, COPY, RECORD, REPAIR, digest_of,  # noqa: E402
@@ -155,6 +155,8 @@ def play(machine, given, seconds):
     done = mended(machine) - before
     if session and given.victim != "power":
         session.logout()
+        while running_clients(machine):  # its manager ends it ten seconds later
+            time.sleep(0.2)
     return sorted(done), update(machine, unused(machine))
 
 
