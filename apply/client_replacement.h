@@ -13,13 +13,14 @@
 namespace Vantrell {
 
 // Whether a kiosk supervisor restarts this client. Only the name of its unit decides: it ends in
-// ".service" and does not begin with "user@". The unit of a relaunched client has such a name too.
+// ".service" and does not begin with "user@". The unit of a relaunched client has such a name too:
+// the package moves that client into a control group with another name.
 [[nodiscard]] bool IsKioskClient(const ClientLaunchContext& context);
 
 // Ends every client of `contexts` with SIGTERM, except the requester (null: there is none), which
 // ends by itself. Waits up to 10 s for each client that is not a kiosk client. Starts one client
 // for each user. `judged` becomes the first outcome that can be judged; the caller passes it with
-// nothing to judge, and it stays so if there is no such outcome.
+// nothing to judge, and it stays so if none can be judged.
 void ReplaceRunningClients(const std::vector<ClientLaunchContext>& contexts,
                            const ClientLaunchContext* requester, RelaunchOutcome& judged);
 

@@ -19,7 +19,7 @@ namespace Vantrell {
 // one stream; the first 256 KiB, or a little more, are kept. The call also waits for every other
 // process that holds this output open. Returns the exit code, or -1 when a signal ended the
 // program. When the program could not be started: -1, and `output` is "cannot run " and its name.
-// When there was no pipe for the output: -1, and `output` is unchanged.
+// When the pipe for the output could not be made: -1, and `output` is unchanged.
 int32_t RunProcess(const std::vector<std::string>& argv, const std::vector<std::string>& extraEnv,
                    std::string& output);
 

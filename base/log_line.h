@@ -1,7 +1,7 @@
 #pragma once
 
-// The log of this program: standard error, which the service manager takes to its journal. There
-// are no levels and no time stamps. The tag is part of each format.
+// The log of this program: standard error, which the service manager takes to its journal. A
+// line has neither a level nor a time stamp. The tag is part of each format.
 
 namespace Vantrell {
 

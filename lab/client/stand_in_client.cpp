@@ -100,7 +100,7 @@ std::string QuotedList(char** texts) {
 void Record(const Client& client, const std::string& event) {
   const std::string line = client.recordHead + event + "\n";
   const int target = client.log ? client.log.Number() : STDERR_FILENO;
-  // A record that cannot be written is lost: there is no other place for it.
+  // A record that cannot be written is lost: nothing else can take it.
   if (write(target, line.data(), line.size()) < 0) return;
 }
 
