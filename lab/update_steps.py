@@ -29,14 +29,15 @@ def install_as_service(machine, deb):
 def shut_window(machine):
     """Shuts the maintenance window at any time of day; returns its text as WINDOW gives it."""
     far = (time.gmtime().tm_hour + 12) % 24
-    machine.write(CONFIG, f"WindowStart={far:02}:00\nWindowEnd={far:02}:30\n")
-    return f"{far:02}:00-{far:02}:30 local"
+    start, end = f"{far:02}:00", f"{far:02}:30"
+    set_window(machine, (start, end))
+    return f"{start}-{end} local"
 
 
 def make_noon(machine, window):
     """Sets a time zone in which it is noon, and the window."""
     set_zone(machine, time.gmtime().tm_hour - 12)
-    open_window(machine, window)
+    set_window(machine, window)
 
 
 def settle_at_noon(machine, window=SHUT):
@@ -46,8 +47,8 @@ def settle_at_noon(machine, window=SHUT):
     machine.forget_requests()
 
 
-def open_window(machine, window):
-    """Sets the window: NIGHT and DAY are open at noon, SHUT is not."""
+def set_window(machine, window):
+    """Sets start and end of the window. NIGHT and DAY are open at noon, SHUT is not."""
     machine.write(CONFIG, "WindowStart={}\nWindowEnd={}\n".format(*window))
 
 

@@ -4,8 +4,8 @@ from lab import log_lines as log
 from lab.machine import SERVICE
 from lab.releases import release
 from lab.service_view import SOCKET_UNIT, WINDOW_TIMER, set_timer
-from lab.update_steps import (DAY, NIGHT, end_session_after_boot, open_window, refusal,
-                              release_session, request_apply, run_in_window, settle_at_noon, stage,
+from lab.update_steps import (DAY, NIGHT, end_session_after_boot, refusal, release_session,
+                              request_apply, run_in_window, set_window, settle_at_noon, stage,
                               start_working_client)
 
 
@@ -14,7 +14,7 @@ def test_the_timer_installs_what_is_offered_inside_the_window_and_asks_nothing_b
     machine.publish(release("1.1"))
     assert run_in_window(machine) == []
     assert machine.requests() == []
-    open_window(machine, NIGHT)
+    set_window(machine, NIGHT)
     set_timer(machine, 1, WINDOW_TIMER)
     machine.wait_for_log(log.UNJUDGED)
     assert run_in_window(machine) == [log.IN_WINDOW]
@@ -27,7 +27,7 @@ def test_a_session_delays_the_install_and_a_bad_release_is_tried_once_a_night(ma
     assert run_in_window(machine) == []
     release_session(machine, client)
     for nights, window in enumerate((NIGHT, DAY), 1):
-        open_window(machine, window)
+        set_window(machine, window)
         lines = len(machine.log())
         assert [run_in_window(machine) for _ in range(3)] == [[log.IN_WINDOW] * nights] * 3
         assert refusal(machine, lines).startswith("swap failed")
