@@ -4,15 +4,17 @@
 # ends too. Then the kernel ends the machine's processes with their process namespace and drops its
 # mounts with the mount namespace; this script removes the control groups and the directory.
 #
-#   hold-machine.sh IMAGE FOLDER [IMAGE_FILE]
+#   hold-machine.sh IMAGE FOLDER CHANGES [IMAGE_FILE]
 #
-# The last component of FOLDER is the machine's name. With IMAGE_FILE the machine's disk is a file
-# system in this new file instead of in memory. A machine that ends is booted again from the same
-# disk when FOLDER/again exists.
+# The last component of FOLDER is the machine's name. CHANGES is a folder with files that replace or
+# join those of the image, or empty. With IMAGE_FILE the machine's disk is a file system in this new
+# file instead of in memory. A machine that ends is booted again from the same disk when FOLDER/again
+# exists.
 set -eu
 image=$1
 folder=$2
-file=${3:-}
+changes=$3
+file=${4:-}
 name=${folder##*/}
 group=/sys/fs/cgroup/$name
 disk=$folder/disk
@@ -47,7 +49,9 @@ mkdir "$disk"
   mkfs.ext4 -q "$file"
 }
 mount_disk
-mkdir "$disk/upper" "$disk/upper/etc" "$disk/work" "$disk/root"
+mkdir "$disk/upper" "$disk/work" "$disk/root"
+[ -z "$changes" ] || cp -a "$changes/." "$disk/upper"
+mkdir -p "$disk/upper/etc"
 tr -d - </proc/sys/kernel/random/uuid >"$disk/upper/etc/machine-id"
 mount_root
 # The machine needs the unified hierarchy, even if the host uses another one.

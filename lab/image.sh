@@ -9,11 +9,10 @@ export LC_ALL=C
 readonly Suite=bookworm
 readonly Cache="${VANTRELL_LAB_CACHE:-$PWD/../build/lab}"
 # First the packages of a desktop with the service, then those of the lab: a web server,
-# certificates, a client for the control socket, tools for a shell, and the sanitizers' libraries.
+# certificates, a client for the control socket, and tools for a shell.
 readonly Packages=systemd,systemd-sysv,dbus,dbus-user-session,libpam-systemd,tzdata,login,passwd,\
 libcurl4,libgnutls30,libsystemd0,libstdc++6,\
-nginx-light,openssl,ca-certificates,netcat-openbsd,procps,iproute2,\
-libasan8,libubsan1,libtsan2
+nginx-light,openssl,ca-certificates,netcat-openbsd,procps,iproute2
 
 hash=$({ cat image.sh image-content.sh login/open_session.cpp
          find image -type f | sort | xargs tail -v -n +1; } | sha256sum | cut -c1-12)

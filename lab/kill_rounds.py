@@ -23,11 +23,12 @@ sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent.parent))
 from lab import log_lines  # noqa: E402
 from lab.client_log import running, running_clients  # noqa: E402
 from lab.footprint import package_state  # noqa: E402
+from lab.installed_client import install_client  # noqa: E402
 from lab.machine import SERVICE, SOCKET, Machine, missing_requirements  # noqa: E402
 from lab.releases import release  # noqa: E402
 from lab.service_view import (CLIENT, COPY, RECORD, REPAIR, digest_of,  # noqa: E402
                               set_timer)
-from lab.update_steps import install_client, request_apply, shut_window  # noqa: E402
+from lab.update_steps import request_apply, shut_window  # noqa: E402
 
 GOOD, BAD = ("2.0", "2.1", "2.2"), "3.0"
 BALLAST = ("--ballast", "8")  # unpacking then takes a good part of the install

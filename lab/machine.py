@@ -76,10 +76,12 @@ class Machine(OutsideWorld):
 
     `name` is unique on the host. `boot_seconds` is the duration of the boot. `leader` is the pid
     of the machine's process 1 as the host sees it. OutsideWorld is the network of the machine. The
-    disk is in memory, or with `durable` in a file: only then can the power be cut.
+    disk is in memory, or with `durable` in a file: only then can the power be cut. `changes` is
+    a folder with files that replace or join those of the image.
     """
 
-    def __init__(self, durable=False):
+    def __init__(self, changes=None, durable=False):
+        self._changes = changes
         self._durable = durable
 
     def __enter__(self):
@@ -109,7 +111,8 @@ class Machine(OutsideWorld):
                 disk = [self._folder + "/disk.image"] if self._durable else []
                 self._holder = subprocess.Popen(
                     ["unshare", "--mount", "--propagation", "private",
-                     "sh", LAB / "hold-machine.sh", self._image, self._folder, *disk],
+                     "sh", LAB / "hold-machine.sh", self._image, self._folder,
+                     self._changes or "", *disk],
                     stdin=subprocess.PIPE, stdout=self._console, stderr=self._console,
                     pass_fds=[lock.fileno()], start_new_session=True)
             self._enter(notify)
@@ -238,6 +241,10 @@ class Machine(OutsideWorld):
 
     def exists(self, path):
         return self.succeeds(["test", "-e", path])
+
+    def changes(self):
+        """The host's path of the folder with all files that differ from those of the image."""
+        return f"/proc/{self._holder.pid}/root{self._folder}/disk/upper"
 
     # Packages
 

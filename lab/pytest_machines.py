@@ -1,11 +1,13 @@
 """Fixtures for pytest: machines with client 1.0 and the service installed from a package."""
 
+import contextlib
+
 import pytest
 
-from lab import kill_rounds, sanitizers
+from lab import installed_client, kill_rounds, sanitizers
 from lab.machine import Machine, missing_requirements
 from lab.service_view import log_exit_status
-from lab.update_steps import install_client, shut_window
+from lab.update_steps import shut_window
 
 
 def pytest_collection_modifyitems(items):
@@ -17,17 +19,25 @@ def pytest_collection_modifyitems(items):
 @pytest.fixture
 def bare_machine():
     """A booted machine without the client."""
-    with Machine() as machine:
+    with _observed(Machine()) as machine:
         sanitizers.prepare(machine)
         yield machine
-        reports = sanitizers.reports(machine)
-        assert not reports, "\n".join(machine.log())
 
 
 @pytest.fixture
-def machine(bare_machine):
-    install_client(bare_machine)
-    return bare_machine
+def machine():
+    """A booted machine with client 1.0; its service serves."""
+    with _observed(Machine(installed_client.changes())) as machine:
+        machine.wait_for_log("listening on")
+        yield machine
+
+
+@contextlib.contextmanager
+def _observed(machine):
+    with machine:
+        yield machine
+        reports = sanitizers.reports(machine)
+        assert not reports, "\n".join(machine.log())
 
 
 @pytest.fixture
@@ -52,6 +62,7 @@ def pytest_runtest_makereport(item, call):
     """Adds the service's journal to the report of a failed test."""
     outcome = yield
     report = outcome.get_result()
-    machine = item.funcargs.get("bare_machine") if hasattr(item, "funcargs") else None
+    arguments = getattr(item, "funcargs", {})
+    machine = arguments.get("machine") or arguments.get("bare_machine")
     if report.when == "call" and report.failed and machine:
         report.sections.append(("journal of the service", machine.journal()))

@@ -3,21 +3,15 @@
 import signal
 import time
 
-from lab.client_log import CLIENT_LOG, only_client, running
+from lab.client_log import only_client, running
+from lab.installed_client import install_client
 from lab.log_lines import HELD, REFUSED, RELEASED, UP_TO_DATE
-from lab.releases import package, publish_by_hand, release
+from lab.releases import publish_by_hand, release
 from lab.service_view import (CLIENT, CONFIG, PASS_LIMIT, WINDOW, WINDOW_LOG, WINDOW_TIMER, restart,
                               set_timer, set_zone)
 
 # Windows; at noon NIGHT is that which began on the day before.
 SHUT, NIGHT, DAY = ("02:00", "05:00"), ("20:00", "19:00"), ("10:00", "15:00")
-
-
-def install_client(machine):
-    """Installs client 1.0; the service serves when this returns."""
-    machine.install(package("1.0"))
-    machine.wait_for_log("listening on")  # the package does not wait for that
-    machine.write(CLIENT_LOG, "", 0o666)
 
 
 def install_as_service(machine, deb):
