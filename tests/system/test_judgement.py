@@ -77,7 +77,7 @@ def test_a_rollback_that_fails_starts_no_client_and_still_says_restored(machine)
 
 def test_all_clients_of_a_kiosk_restart_and_one_of_its_supervisor_is_judged(machine):
     stage(machine, "1.1", "--postinst", START_EARLY)
-    old = start_kiosk(machine, clients=2)
+    old = start_kiosk(machine, names="12")
     # Alice's client must still run while the kiosk's clients are ended, which must not signal it.
     machine.write("/usr/share/vantrell-harbor/behaviour", "ignore-term")
     alice = start_client(machine, "alice")
