@@ -57,9 +57,16 @@ def running_clients(machine):
     return [path.split("/")[2] for path in machine.run(_FIND_CLIENTS, check=False).splitlines()]
 
 
+def wait_for_clients(machine, count):
+    """Waits until so many clients, or more, handle signals; returns the pids of those that run."""
+    machine.run(f"until [ $({_FIND_CLIENTS} | wc -l) -ge {count} ]; do sleep 0.05; done")
+    pids = running_clients(machine)
+    for pid in pids:
+        wait_for_client(machine, rf"^\[[^ ]* pid {pid} .* start argv")
+    return pids
+
+
 def only_client(machine):
     """The pid of the one client that runs, once it handles signals."""
-    machine.run(f"until {_FIND_CLIENTS} | grep -q .; do sleep 0.05; done")
-    [pid] = running_clients(machine)
-    wait_for_client(machine, rf"^\[[^ ]* pid {pid} .* start argv")
+    [pid] = wait_for_clients(machine, 1)
     return pid
