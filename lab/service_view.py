@@ -21,6 +21,9 @@ STATE = "/var/lib/vantrell-harbor/update"
 STAGING = f"{STATE}/client-staging"
 RECORD = f"{STATE}/installed.sha256"
 COPY = f"{STATE}/client-rollback/previous.deb"
+# The arguments of apt-get before the path of the package.
+INSTALL = ("install -y --allow-downgrades --no-install-recommends -o DPkg::Lock::Timeout=300 "
+           "-o Dpkg::Options::=--force-confdef -o Dpkg::Options::=--force-confold").split()
 IDLE_THREADS = 3 if FLAVOUR == "tsan" else 2  # that sanitizer adds one of its own
 # Prints the lines of the repair that the timer starts. That of a start is in the service's log.
 REPAIR_LOG = f"journalctl --sync; journalctl --quiet --output=cat _SYSTEMD_UNIT={REPAIR}"

@@ -11,7 +11,8 @@ FOLDER = "/usr/local/sbin"  # where the PATH of the service begins
 _RECORD = r"""{ cat /proc/$$/cmdline; printf '\1'; cat /proc/$$/environ; printf '\2'; } \
   >>"/run/calls-${0##*/}"
 """
-_REAL_TOOL = 'PATH=${PATH#*:}; exec "${0##*/}" "$@"'
+# Runs the tool that the stub replaces.
+REAL_TOOL = 'PATH=${PATH#*:}; exec "${0##*/}" "$@"'
 
 
 class Call(NamedTuple):
@@ -32,7 +33,7 @@ def unstub(tool):
     return f"rm {FOLDER}/{tool}"
 
 
-def record(machine, tool, script=_REAL_TOOL):
+def record(machine, tool, script=REAL_TOOL):
     """Records each call of a tool and then runs a script, which is by default the tool itself."""
     machine.run(stub(tool, _RECORD + script))
 

@@ -15,8 +15,9 @@ from lab.machine import SERVICE
 from lab.outside_world import CHECK_PATH, UPDATES
 from lab.peers import FAR_AWAY, clients_of_everybody
 from lab.releases import DEB, FOREIGN_FIELDS, NEXT_STAMP, README, package
-from lab.service_view import (CLIENT, CLIENT_BEHAVIOUR, CONFIG, COPY, RECORD, STAGING, STATE,
-                              begin_stop, digest_of, end_listening, environment_of, kept, main_pid)
+from lab.service_view import (CLIENT, CLIENT_BEHAVIOUR, CONFIG, COPY, INSTALL, RECORD, STAGING,
+                              STATE, begin_stop, digest_of, end_listening, environment_of, kept,
+                              main_pid)
 from lab.stubs import Call, calls, record, stub
 from lab.update_steps import (client_requests_apply, hold_session, refusal, request_apply, said,
                               shut_window, stage, stage_by_hand, start_client)
@@ -157,8 +158,6 @@ ARGUMENTS = ["--room", "two words", "", 'a "quoted" one', "it's", "two\nlines", 
 KEPT = ["DISPLAY", "WAYLAND_DISPLAY", "XAUTHORITY", "XDG_RUNTIME_DIR", "XDG_SESSION_TYPE",
         "XDG_CURRENT_DESKTOP", "DBUS_SESSION_BUS_ADDRESS", "LANG", "LC_ALL"]
 DROPPED = {"LANGUAGE": "de", "SECRET": "DISPLAY=:1", "MY_DISPLAY": ":2"}
-INSTALL = ("install -y --allow-downgrades --no-install-recommends -o DPkg::Lock::Timeout=300 "
-           "-o Dpkg::Options::=--force-confdef -o Dpkg::Options::=--force-confold").split()
 INSTALL_ENVIRONMENT = ["DEBIAN_FRONTEND=noninteractive", "VANTRELL_UPDATE_APPLY=1",
                        "NEEDRESTART_SUSPEND=1"]
 

@@ -4,14 +4,29 @@ import pytest
 
 from lab import log_lines as log
 from lab.client_log import wait_for_client
-from lab.confined import confine
+from lab.confined import SHIM, change_before_apt_get, confine
 from lab.footprint import package_state
 from lab.held_install import run_at_gate, stage_held
 from lab.kill_rounds import VICTIMS
 from lab.last_look import last_look
 from lab.machine import SERVICE
-from lab.service_view import CONFIG, STATE, until_logged
-from lab.update_steps import client_requests_apply, request_apply, said, stage, start_client
+from lab.outside_world import BLOBS
+from lab.releases import DEB, DIGEST, README, fact, package
+from lab.service_view import CONFIG, COPY, INSTALL, STAGING, until_logged
+from lab.stubs import unstub
+from lab.update_steps import (client_requests_apply, refusal, request_apply, said, stage,
+                              start_client)
+
+
+STAGED = f"{STAGING}/1.1/{DEB}"
+REFUSED_CALLS = [
+    ["remove", "-y", "vantrell-harbor"],
+    [*INSTALL, "bash"],
+    [*INSTALL, f"{STAGING}/1.1/../../../x.deb"],
+    [*INSTALL, f"{STAGING}/1.1/$HOME.deb"],
+    [*INSTALL, STAGED, "-o", "x=y"],
+    [*INSTALL[:-1], "Dpkg::Options::=--force-all", STAGED],
+]
 
 
 @pytest.fixture
@@ -34,7 +49,10 @@ def test_a_confined_service_sets_the_ring_installs_judges_and_rolls_back(confine
     assert said(machine, lines, log.NOT_STAYED) == [
         log.GONE + " (inactive)", log.ROLLBACK, log.RESTORED]
     assert package_state(machine) == "installed ok 1.1"
-    assert machine.run(["find", STATE, "/etc/vantrell-harbor", "-name", "*.tmp"]) == ""
+    for call in REFUSED_CALLS:
+        said_by = machine.run([SHIM, *call], check=False)
+        assert said_by == ("not an install of the update service, so nothing is installed: "
+                           + (call[-1] if call[:-1] == INSTALL else " ".join(call)) + "\n")
 
 
 def test_a_confined_install_outlives_a_kill_of_the_service_and_a_poweroff(confined):
@@ -44,6 +62,16 @@ def test_a_confined_install_outlives_a_kill_of_the_service_and_a_poweroff(confin
     run_at_gate(machine, f"{VICTIMS['both']}; {until_logged(log.WAITED)}")
     assert said(machine, lines, "listening on")[:-1] == [
         log.NO_COPY, "ended with status KILL", log.WAITED]
+    assert package_state(machine) == "installed ok 1.1"
+
+    stage(machine, "1.2")
+    asked = machine.misbehave(*fact(1, DIGEST, "1.2"), "hang")
+    lines = request_apply(machine)
+    assert asked.wait(60)
+    machine.run(VICTIMS["both"])
+    machine.wait_for_log(log.WAITED, after=lines)
+    machine.behave()
+    machine.wait_for_log("listening on", after=lines)
     assert package_state(machine) == "installed ok 1.1"
 
     stage_held(machine, "1.2", "preinst")
@@ -60,3 +88,37 @@ def test_a_confined_install_outlives_a_kill_of_the_service_and_a_poweroff(confin
         wait_for_client(machine, r"^\[1.3 .* start")
         machine.run(["systemctl", "poweroff"])
         assert seen() == "vantrell-harbor\t1.2\n"
+
+
+ALTERED = "/srv/altered.deb"  # a package 1.1 that nobody has signed
+UNPROVED = ("swap failed; the previous version was left in place (apt-get exited 1: the package is "
+            "not proved, so nothing is installed: {})")
+
+
+def test_a_package_that_changes_after_the_check_is_not_installed(confined):
+    machine = confined
+    machine.push(package("1.1", "--preinst", "touch /run/altered"), ALTERED)
+    change_before_apt_get(machine, f"cp {ALTERED} {STAGED}")
+    stage(machine, "1.1", files=[README])
+    assert refusal(machine, request_apply(machine)) == UNPROVED.format(
+        "witness 1 disagrees for 1.1/client-linux-amd64")
+    assert package_state(machine) == "installed ok 1.0"
+    assert not machine.exists("/run/altered")
+
+    machine.run(unstub("apt-get"))
+    stage(machine, "1.1", files=[README])
+    machine.misbehave(BLOBS, None, "not listening")
+    assert refusal(machine, request_apply(machine)).startswith(
+        UNPROVED.partition("{")[0] + "witness 3 unreachable: download failed, ")
+    machine.behave()
+    assert said(machine, request_apply(machine), "listening on")[:-1] == [
+        log.NO_COPY, log.UNJUDGED, *log.ENDED]
+
+    stage(machine, "1.2", "--behaviour", "die-after 0")
+    machine.run(["cp", ALTERED, COPY])
+    lines = client_requests_apply(machine, start_client(machine, "alice"))
+    assert "[UpdateSvc] rollback failed: apt-get exited 1: the package is not proved, so nothing " \
+        "is installed: it is not the package that was accepted last" in said(
+            machine, lines, log.NOT_STAYED)
+    assert not machine.exists("/run/altered")
+    assert machine.run("ls /var/lib/vantrell-harbor") == "update\n"
