@@ -3,7 +3,7 @@
 import pytest
 
 from lab import log_lines as log
-from lab.client_log import wait_for_client
+from lab.client_log import client_starts, told_to_end, wait_for_client
 from lab.confined import SHIM, change_before_apt_get, confine
 from lab.footprint import package_state
 from lab.held_install import run_at_gate, stage_held
@@ -12,7 +12,7 @@ from lab.last_look import last_look
 from lab.machine import SERVICE
 from lab.outside_world import BLOBS
 from lab.releases import DEB, DIGEST, README, fact, package
-from lab.service_view import CONFIG, COPY, INSTALL, STAGING, until_logged
+from lab.service_view import CLIENT, CONFIG, COPY, INSTALL, STAGING, until_logged
 from lab.stubs import unstub
 from lab.update_steps import (client_requests_apply, refusal, request_apply, said, stage,
                               start_client)
@@ -42,12 +42,16 @@ def test_a_confined_service_sets_the_ring_installs_judges_and_rolls_back(confine
     assert machine.read(CONFIG).endswith("Channel=beta\n")
     assert machine.send("SETRING prod") == "OK"
     stage(machine, "1.1")
-    lines = client_requests_apply(machine, start_client(machine, "alice"))
+    client = machine.login("alice").start([CLIENT], env={"WAYLAND_DISPLAY": "1"})
+    lines = client_requests_apply(machine, client)
     assert said(machine, lines, "ended with status") == [log.NO_COPY, log.RELAUNCHED, *log.ENDED]
+    [first] = client_starts(machine, "1.1")
+    assert "WAYLAND_DISPLAY=1" in first.environment
     stage(machine, "1.2", "--behaviour", "die-after 0")
-    lines = client_requests_apply(machine, start_client(machine, "bob"))
+    lines = request_apply(machine)
     assert said(machine, lines, log.NOT_STAYED) == [
         log.GONE + " (inactive)", log.ROLLBACK, log.RESTORED]
+    assert told_to_end(machine, "1.1") == [first.pid]
     assert package_state(machine) == "installed ok 1.1"
     for call in REFUSED_CALLS:
         said_by = machine.run([SHIM, *call], check=False)
