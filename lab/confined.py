@@ -20,7 +20,7 @@ def confine(machine):
 def change_before_apt_get(machine, command):
     """Has a shell line run after the service's check of a package, and before its apt-get.
 
-    Stands for a check pass that writes the file at this moment: the service itself runs the line,
+    Imitates a check pass that writes the file at this moment: the service itself runs the line,
     in its sandbox if it has one. Restarts the service; unstub("apt-get") undoes it.
     """
     environment = machine.run(["systemctl", "show", "--value", "--property=Environment", SERVICE])

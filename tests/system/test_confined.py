@@ -12,13 +12,13 @@ from lab.last_look import last_look
 from lab.machine import SERVICE
 from lab.outside_world import BLOBS
 from lab.releases import DEB, DIGEST, README, fact, package
-from lab.service_view import CLIENT, CONFIG, COPY, INSTALL, STAGING, until_logged
+from lab.service_view import CLIENT, CONFIG, COPY, INSTALL, STAGING, STATE, until_logged
 from lab.stubs import unstub
-from lab.update_steps import (client_requests_apply, refusal, request_apply, said, stage,
-                              start_client)
-
+from lab.update_steps import (client_requests_apply, refusal, request_apply, said, shut_window,
+                              stage, start_client)
 
 STAGED = f"{STAGING}/1.1/{DEB}"
+REFUSED_CALL = "not an install of the update service, so nothing is installed: {}\n"
 REFUSED_CALLS = [
     ["remove", "-y", "vantrell-harbor"],
     [*INSTALL, "bash"],
@@ -31,7 +31,9 @@ REFUSED_CALLS = [
 
 @pytest.fixture
 def confined(quiet):
+    quiet.run(f"rm -r {STATE} {CONFIG.rpartition('/')[0]}")  # the profile needs both
     confine(quiet)
+    shut_window(quiet)
     return quiet
 
 
@@ -54,9 +56,7 @@ def test_a_confined_service_sets_the_ring_installs_judges_and_rolls_back(confine
     assert told_to_end(machine, "1.1") == [first.pid]
     assert package_state(machine) == "installed ok 1.1"
     for call in REFUSED_CALLS:
-        said_by = machine.run([SHIM, *call], check=False)
-        assert said_by == ("not an install of the update service, so nothing is installed: "
-                           + (call[-1] if call[:-1] == INSTALL else " ".join(call)) + "\n")
+        assert machine.run([SHIM, *call], check=False) == REFUSED_CALL.format(" ".join(call))
 
 
 def test_a_confined_install_outlives_a_kill_of_the_service_and_a_poweroff(confined):
