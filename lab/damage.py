@@ -2,7 +2,7 @@
 
 from typing import NamedTuple
 
-from lab.service_view import COPY, RECORD, STAGING, STATE
+from lab.service_view import COPY, KEPT, RECORD, STAGING, STATE
 from lab.stubs import stub, unstub
 
 # To the rollback copy and the staged files. The directory of release 1.1 is staged, and each line
@@ -22,6 +22,21 @@ TO_COPY = {
     "no record names the copy": f"cp /root/good.deb {COPY}; : >{RECORD}",
 }
 
+
+# After release 1.2 was taken back, whose package is /root/1.2.deb: what a power cut at another
+# moment of the rescue would have left.
+_BEFORE_STATE = (f"old=$(cut -d ' ' -f 1 {KEPT}/state) && "
+                 "new=$(sha256sum /root/1.2.deb | cut -d ' ' -f 1) && "
+                 f"cp /root/1.2.deb {KEPT}/$new.deb && echo $new $old >{KEPT}/state")
+_BEFORE_MOVE = f"{_BEFORE_STATE}; mv {COPY} {COPY}.new; cp /root/1.2.deb {COPY}"
+IN_RESCUE = {
+    "before the state": _BEFORE_STATE,
+    "before the last move": _BEFORE_MOVE,
+    "before the record": f"{_BEFORE_MOVE}; sed -i 1d {RECORD}; head -c 9 {RECORD} >{RECORD}.new",
+    "before all records": f"{_BEFORE_MOVE}; sed -i 1d {RECORD}; rm {COPY}.new",
+}
+# To the package to go back to.
+KEPT_CUT = f"truncate -s 70416 {KEPT}/$(cut -d ' ' -f 1 {KEPT}/state).deb"
 
 # To the disk of the service's directory, which is full but for a few blocks, and its repair.
 FILL_DISK = (f"mkdir -p {STATE} && mount -t tmpfs -o size=32k,mode=755 tmpfs {STATE} && "

@@ -53,6 +53,10 @@ NO_PROVED_FILE = ("vantrell-harbor is damaged, and no package file here is prove
 COPIED_AGAIN = "the rollback copy was missing or damaged; made it again from the staged package"
 COPY_REMOVED = ("no rollback copy: no file here is the package that was accepted last; the next "
                 "release that is accepted gives one")
+TAKEN_BACK = "the service of {} does not start; installed 1.1 again"
+NONE_EARLIER = ("the service of {} has failed 3 times, and no earlier package is kept; install one "
+                "by hand: apt-get install --reinstall ./FILE.deb")
+NO_ROOM = "the service of {} does not start, and 1.1 cannot be installed again:"
 CLONED = "the install id was made on another machine; the service makes a new one"
 
 

@@ -10,6 +10,7 @@ from lab.releases import FLAVOUR
 
 SOCKET_UNIT = SERVICE.replace(".service", ".socket")
 REPAIR = SERVICE.replace(".service", "-repair.service")
+RESCUE = SERVICE.replace(".service", "-rescue.service")
 TIMER = SERVICE.replace(".service", "-repair.timer")
 WINDOW = SERVICE.replace(".service", "-window.service")
 WINDOW_TIMER = SERVICE.replace(".service", "-window.timer")
@@ -24,6 +25,7 @@ COPY = f"{STATE}/client-rollback/previous.deb"
 # The arguments of apt-get before the path of the package.
 INSTALL = ("install -y --allow-downgrades --no-install-recommends -o DPkg::Lock::Timeout=300 "
            "-o Dpkg::Options::=--force-confdef -o Dpkg::Options::=--force-confold").split()
+KEPT = "/var/lib/vantrell-harbor/rescue"  # packages to go back to, and what is known of the builds
 IDLE_THREADS = 3 if FLAVOUR == "tsan" else 2  # that sanitizer adds one of its own
 # Prints the lines of the repair that the timer starts. That of a start is in the service's log.
 REPAIR_LOG = f"journalctl --sync; journalctl --quiet --output=cat _SYSTEMD_UNIT={REPAIR}"

@@ -1,0 +1,103 @@
+"""A new build of the service that does not run is taken back, and a good one is left alone."""
+
+from collections import namedtuple
+
+from lab import log_lines as log
+from lab.check_pass import check
+from lab.damage import IN_RESCUE, KEPT_CUT, NO_ROOM_FOR_PACKAGE
+from lab.footprint import package_state
+from lab.releases import package
+from lab.service_view import (COPY, KEPT, RECORD, REPAIR, RESCUE, ask, digest_of, end_unexpectedly,
+                              restart)
+from lab.update_steps import accept, request_apply, said, stage
+
+DEAD = ("--daemon", "exit 127")
+Broken = namedtuple("Broken", "version daemon ends seconds")
+BROKEN = [
+    Broken("1.2", "exit 127", "127", 30),
+    Broken("1.3", "sleep 1; kill -SEGV $$", "SEGV", 30),
+    Broken("1.4", "systemd-notify --ready; sleep 1; exit 1", "1", 30),
+    Broken("1.5", "exec env --ignore-signal=TERM sleep infinity", "KILL", 120),
+]
+
+
+def install(machine, version, *options):
+    """Has the service install a release; returns the number of log lines at its end."""
+    stage(machine, version, *options)
+    machine.wait_for_log("ended with status 75", after=request_apply(machine))
+    return len(machine.log())
+
+
+def failed_units(machine):
+    return machine.run("systemctl --failed --no-legend --plain | cut -d ' ' -f 1").split()
+
+
+def prove(machine):
+    """The timer's runs after which a build that still runs has proved itself."""
+    machine.run(f"systemctl start {REPAIR}; systemctl start {REPAIR}")
+
+
+def test_a_build_that_does_not_run_is_taken_back(quiet):
+    machine = quiet
+    accept(machine, "1.1")
+    for broken in BROKEN:
+        lines = install(machine, broken.version, "--daemon", broken.daemon)
+        assert said(machine, lines, "listening on", broken.seconds)[:-1] == [
+            *[f"ended with status {broken.ends}"] * 3,
+            log.TAKEN_BACK.format(broken.version)], broken
+        assert ask(machine, "STATUS") == "IDLE - ", broken
+        assert package_state(machine) == "installed ok 1.1", broken
+        assert failed_units(machine) == [RESCUE], broken
+    assert check(machine)[-1] == log.UP_TO_DATE  # the last one is still offered
+    prove(machine)
+    machine.run(f"rm /run/vantrell-harbor-rescue.*; systemctl reset-failed; "
+                f"systemctl restart {REPAIR} {RESCUE}", check=False)
+    assert failed_units(machine) == [RESCUE]  # as after a boot
+
+    accept(machine, "1.6")
+    for _ in range(4):
+        restart(machine)
+        end_unexpectedly(machine, "KILL")  # as the kernel does when memory is short
+    assert ask(machine, "STATUS") == "IDLE - "
+    assert package_state(machine) == "installed ok 1.6"
+    prove(machine)
+    assert failed_units(machine) == []
+    assert machine.run(f"ls {KEPT}").split() == [f"{digest_of(machine, COPY)}.deb", "state"]
+
+
+def test_a_rescue_that_was_killed_is_completed_by_the_next_start(quiet):
+    machine = quiet
+    accept(machine, "1.1")
+    good = digest_of(machine, COPY)
+    lines = install(machine, "1.2", *DEAD)
+    said(machine, lines, "listening on")
+    record = machine.read(RECORD)
+    machine.push(package("1.2", *DEAD), "/root/1.2.deb")
+    for moment, made in IN_RESCUE.items():
+        machine.run(f"systemctl stop {REPAIR}; {made}")
+        restart(machine)
+        assert machine.read(RECORD) == record, moment
+        assert machine.read(f"{KEPT}/state") == f"{good} proved\n", moment
+        assert digest_of(machine, COPY) == good, moment
+        assert machine.run(f"ls {KEPT} $(dirname {COPY})").count(".deb") == 2, moment
+
+
+def test_a_build_without_a_package_to_go_back_to_waits_for_a_hand(quiet):
+    machine = quiet
+    lines = install(machine, "1.0.1", *DEAD)  # the first release: no package is known
+    machine.wait_for_log(log.NONE_EARLIER.format("1.0.1"), after=lines)
+    lines = len(machine.log())
+    machine.install(package("1.0.2"))
+    said(machine, lines, "listening on")
+    install(machine, "1.1", "--ballast", "1")
+
+    lines = install(machine, "1.2", *DEAD)
+    machine.run(NO_ROOM_FOR_PACKAGE.damage)
+    machine.wait_for_log(log.NO_ROOM.format("1.2"), after=lines)
+    machine.run(NO_ROOM_FOR_PACKAGE.repair)
+    assert said(machine, lines, "listening on")[-2] == log.TAKEN_BACK.format("1.2")
+
+    stage(machine, "1.3", *DEAD)
+    machine.run(KEPT_CUT)
+    machine.wait_for_log(log.NONE_EARLIER.format("1.3"), after=request_apply(machine))
+    assert machine.version_of("vantrell-harbor") == "1.3"
