@@ -117,6 +117,11 @@ def restarts(machine):
     return int(machine.run(["systemctl", "show", "--value", "--property=NRestarts", SERVICE]))
 
 
+def failed_units(machine):
+    """The names of all units that `systemctl --failed` shows."""
+    return machine.run("systemctl --failed --no-legend --plain | cut -d ' ' -f 1").split()
+
+
 def file_kind(machine, path):
     """Type, mode and owner of a file, such as "socket 666 root"."""
     return machine.run(["stat", "--format=%F %a %U", path]).rstrip("\n")

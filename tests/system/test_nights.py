@@ -1,15 +1,16 @@
-"""Update after update without a logout: each new client is judged, and one runs at the end."""
+"""Night after night: each new client is judged, one runs, and each morning the machine is right."""
 
 from collections import namedtuple
 
 import pytest
 
+from lab import kill_rounds, nights
 from lab import log_lines as log
 from lab.client_log import only_client, running_clients
+from lab.installed_client import changes
+from lab.machine import Machine
 from lab.update_steps import (disable_window, relaunched_client_requests_apply, request_apply, said,
                               shut_window, stage, start_client)
-
-pytestmark = pytest.mark.usefixtures("quiet")
 
 
 def disable_window_beside_a_second_client(machine):
@@ -32,6 +33,7 @@ USERS = ["alice", "bob"]
 UNITS = "systemctl --user --machine={}@.host list-units --all --no-legend 'vantrell-harbor*'"
 
 
+@pytest.mark.usefixtures("quiet")
 def test_every_night_without_a_logout_judges_the_new_client_and_leaves_one(machine):
     start_client(machine, "alice", "alice's")
     clients = [only_client(machine)]
@@ -46,6 +48,7 @@ def test_every_night_without_a_logout_judges_the_new_client_and_leaves_one(machi
     assert len(set(clients)) == len(clients)
 
 
+@pytest.mark.usefixtures("quiet")
 def test_a_relaunched_client_that_is_closed_or_crashes_stays_closed_and_leaves_no_unit(machine):
     stage(machine, "1.1")
     for user in USERS:
@@ -56,3 +59,9 @@ def test_a_relaunched_client_that_is_closed_or_crashes_stays_closed_and_leaves_n
     for user in USERS:
         machine.run(f'while [ -n "$({UNITS.format(user)})" ]; do sleep 0.1; done')
     assert running_clients(machine) == []
+
+
+@pytest.mark.skipif(kill_rounds.missing() != "", reason=kill_rounds.missing())
+def test_a_machine_is_right_in_each_morning_of_a_week():
+    with Machine(changes(), durable=True) as machine:
+        nights.live(machine, ["good", "bad client", "broken service", "pause", "power cut"])

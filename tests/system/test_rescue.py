@@ -8,7 +8,7 @@ from lab.damage import IN_RESCUE, KEPT_CUT, NO_ROOM_FOR_PACKAGE
 from lab.footprint import package_state
 from lab.releases import package
 from lab.service_view import (COPY, KEPT, RECORD, REPAIR, RESCUE, ask, digest_of, end_unexpectedly,
-                              restart)
+                              failed_units, restart)
 from lab.update_steps import accept, request_apply, said, stage
 
 DEAD = ("--daemon", "exit 127")
@@ -26,10 +26,6 @@ def install(machine, version, *options):
     stage(machine, version, *options)
     machine.wait_for_log("ended with status 75", after=request_apply(machine))
     return len(machine.log())
-
-
-def failed_units(machine):
-    return machine.run("systemctl --failed --no-legend --plain | cut -d ' ' -f 1").split()
 
 
 def prove(machine):
