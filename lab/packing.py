@@ -8,7 +8,8 @@ _RECIPE = f"""rm -rf client service && mkdir -p client/usr/bin && cp -r {BUILT}/
 cp {BUILT}/stand-in-client client/usr/bin/vantrell-harbor
 %s
 exec {ROOT}/packaging/make-client-package --version 1 --client-tree client \\
-  --service-tree service --output made"""
+  --service-tree service --output made "$@"
+"""
 # Packages with a wrong name (P), version (V) and architecture (A), a damaged one, a short key.
 _PUBLISHER_FILES = """openssl genrsa -out short.pem 1024; echo >notes; mkdir -p root/DEBIAN
 pack() { printf "Package: $2\nVersion: $3\nArchitecture: $4\nMaintainer: m\nDescription: d\n" >new
@@ -17,9 +18,9 @@ pack good vantrell-harbor 1.1 amd64; head -c -9 good.deb >cut.deb; pack P x 1.1 
 pack V vantrell-harbor 1 amd64; pack A vantrell-harbor 1.1 all"""
 
 
-def run_recipe(folder, damage):
+def run_recipe(folder, damage, *options):
     """Packs valid trees to which a shell line did some damage; returns the CompletedProcess."""
-    return subprocess.run(["sh", "-ec", _RECIPE % damage], cwd=folder, text=True,
+    return subprocess.run(["sh", "-ec", _RECIPE % damage, "sh", *options], cwd=folder, text=True,
                           stderr=subprocess.PIPE)
 
 

@@ -11,7 +11,7 @@ import pytest
 
 from lab.machine import SERVICE
 from lab.packing import configure, make_publisher_files, publish, publish_all, run_recipe
-from lab.releases import KEYS, manifest_entries, package, signed_digest
+from lab.releases import BUILT, KEYS, ROOT, manifest_entries, package, signed_digest
 from lab.service_view import CONFIG, TIMER, WINDOW, WINDOW_TIMER, units
 from lab.update_steps import install_as_service
 
@@ -86,6 +86,18 @@ def test_the_recipe_refuses_trees_that_are_not_to_be_installed(tmp_path):
         assert result.stderr == f"make-client-package: {sentence}\n", damage
         assert result.returncode == 1, damage
         assert not (tmp_path / "made").exists(), damage
+
+
+def test_a_package_depends_neither_on_the_time_nor_on_the_place_of_its_build(tmp_path):
+    made = []
+    for year in (2037, 2038):
+        folder = tmp_path / f"{year}"
+        folder.mkdir()
+        times = f"export SOURCE_DATE_EPOCH=9; find . -exec touch -d {year}-01-01 {{}} +"
+        run_recipe(folder, times, "--development").check_returncode()
+        made.append(next(folder.glob("made/*.deb")).read_bytes())
+    assert made[0] == made[1]
+    assert bytes(ROOT) not in BUILT.joinpath("build/vantrell-harbor-updated").read_bytes()
 
 
 @pytest.mark.parametrize("name, value, words", [
