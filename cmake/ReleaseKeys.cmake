@@ -1,8 +1,6 @@
 # Turns the two public release keys into constants of the program. A deployment gives the paths of
 # two RSA-2048 public keys, PEM or DER. A build without them gets a development pair.
 
-set(VANTRELL_RELEASE_KEY_1 "" CACHE FILEPATH "first public release key, RSA-2048, PEM or DER")
-set(VANTRELL_RELEASE_KEY_2 "" CACHE FILEPATH "second public release key, RSA-2048, PEM or DER")
 find_program(OPENSSL_PROGRAM openssl REQUIRED)
 
 # Sets `result` to the path of a new development key. The private key is kept below the build
@@ -65,11 +63,11 @@ endif()
 
 if(key1 MATCHES "0203010003$" OR key2 MATCHES "0203010003$")
   message(WARNING "This build trusts a DEVELOPMENT key (${keyPath1}, ${keyPath2}), and "
-    "packaging/make-client-package refuses it. For a deployment give VANTRELL_RELEASE_KEY_1 and "
-    "VANTRELL_RELEASE_KEY_2.")
+    "packaging/make-client-package refuses it. For a deployment give its file, "
+    "VANTRELL_DEPLOYMENT.")
 else()
   foreach(value UPDATE_HOST WITNESS_1 WITNESS_2 WITNESS_3)
-    if(VANTRELL_${value} MATCHES "vantrell\\.example(:[0-9]+)?(/|$)")
+    if(VANTRELL_${value} MATCHES "\\.example(:[0-9]+)?(/|$)")
       message(FATAL_ERROR "VANTRELL_${value} is an example host (${VANTRELL_${value}}), but the "
         "release keys are real. Give the host of the deployment.")
     endif()

@@ -1,7 +1,12 @@
 """Runs the packaging recipe and the publishing tool, also on files that they must refuse."""
 
+import os
+import pathlib
+import shutil
 import subprocess
+import tempfile
 
+from lab.outside_world import DOWNLOADS
 from lab.releases import BUILT, KEYS, ROOT
 
 _RECIPE = f"""rm -rf client service && mkdir -p client/usr/bin && cp -r {BUILT}/service .
@@ -10,12 +15,26 @@ cp {BUILT}/stand-in-client client/usr/bin/vantrell-harbor
 exec {ROOT}/packaging/make-client-package --version 1 --client-tree client \\
   --service-tree service --output made "$@"
 """
-# Packages with a wrong name (P), version (V) and architecture (A), a damaged one, a short key.
-_PUBLISHER_FILES = """openssl genrsa -out short.pem 1024; echo >notes; mkdir -p root/DEBIAN
-pack() { printf "Package: $2\nVersion: $3\nArchitecture: $4\nMaintainer: m\nDescription: d\n" >new
-  mv new root/DEBIAN/control; dpkg-deb --build root $1.deb; }
-pack good vantrell-harbor 1.1 amd64; head -c -9 good.deb >cut.deb; pack P x 1.1 amd64
-pack V vantrell-harbor 1 amd64; pack A vantrell-harbor 1.1 all"""
+# The deployment of the lab, moved to hosts with names of the same length.
+_DEPLOYMENT = {
+    "UPDATE_HOST": "updates.vantrell.invalid",
+    "WITNESS_1": "https://downloads.vantrell.invalid/witness",
+    "WITNESS_2": "https://storage.vantrell.invalid/vantrell-update-witness",
+    "WITNESS_3": "https://blobs.vantrell.invalid/witness", "RELEASE_KEY_1": "key1.pub",
+    "RELEASE_KEY_2": "key2.pub", "DOWNLOADS": "https://downloads.vantrell.invalid/packages"}
+# A valid package, and others that are it with one change; a damaged package, a short key.
+_PUBLISHER_FILES = f"""openssl genrsa -out short.pem 1024; openssl genrsa -out key3.pem 2048
+sed 's/blobs/clots/' deployment.conf >clots.conf; echo >notes
+mv vantrell-harbor_1.1_amd64.deb good.deb; head -c -9 good.deb >cut.deb
+pack() {{ dpkg-deb --raw-extract good.deb root; (cd root; eval "$2")
+  dpkg-deb --root-owner-group -Znone --build root $1.deb; rm -r root; }}
+field() {{ sed -i "s/^$1: .*/$1: $2/" DEBIAN/control; }}
+pack P 'field Package x'; pack A 'field Architecture all'
+pack conflicts 'echo "Conflicts: systemd" >>DEBIAN/control'
+pack no-client 'rm usr/bin/*'; pack no-service 'rm usr/sbin/*'
+pack no-unit 'rm usr/lib/systemd/system/*updated.service'
+pack previous 'field Version 1; sed -i "s/^Depends: /&foo, /" DEBIAN/control'
+pack other-keys 'field Version 1; cp {BUILT}/service/usr/sbin/* usr/sbin'"""
 
 
 def run_recipe(folder, damage, *options):
@@ -24,38 +43,73 @@ def run_recipe(folder, damage, *options):
                           stderr=subprocess.PIPE)
 
 
+def _public_key(folder, name):
+    return subprocess.run(["openssl", "pkey", "-pubin", "-in", folder / f"{name}.pub", "-outform",
+                           "DER"], check=True, stdout=subprocess.PIPE).stdout
+
+
+def make_keys(folder):
+    """Makes the pairs key1 and key2 in a folder."""
+    for key in ("key1", "key2"):
+        subprocess.run(f"openssl genrsa -out {key}.pem && openssl pkey -in {key}.pem -pubout "
+                       f"-out {key}.pub", shell=True, cwd=folder, check=True)
+
+
+def write_deployment(folder, **change):
+    """Writes deployment.conf, in which some values are changed."""
+    lines = [f"{name}={value}\n" for name, value in {**_DEPLOYMENT, **change}.items()]
+    folder.joinpath("deployment.conf").write_text("".join(lines))
+
+
+def make_deployed_package(folder, version, keys=("key1", "key2")):
+    """Packs the client and the lab's service, in which keys and hosts are replaced."""
+    with tempfile.TemporaryDirectory() as trees:
+        trees = pathlib.Path(trees)
+        (trees / "client/usr/bin").mkdir(parents=True)
+        shutil.copy(BUILT / "stand-in-client", trees / "client/usr/bin/vantrell-harbor")
+        shutil.copytree(BUILT / "service", trees / "service")
+        program = trees / "service/usr/sbin/vantrell-harbor-updated"
+        code = program.read_bytes().replace(b".vantrell.example", b".vantrell.invalid")
+        for old, new in zip(("release-1", "release-2"), keys):
+            code = code.replace(_public_key(KEYS, old), _public_key(folder, new))
+        program.write_bytes(code)
+        subprocess.run(
+            [ROOT / "packaging/make-client-package", "--version", version, "--client-tree",
+             trees / "client", "--service-tree", trees / "service", "--output", folder,
+             "--deployment", folder / "deployment.conf"],
+            check=True, env={**os.environ, "DPKG_DEB_COMPRESSOR_TYPE": "none"})
+
+
 def make_publisher_files(folder):
     """Makes good.deb for release 1.1 and other files, most of them invalid."""
+    make_keys(folder)
+    write_deployment(folder)
+    make_deployed_package(folder, "1.1")
     subprocess.run(["sh", "-ec", _PUBLISHER_FILES], cwd=folder, check=True)
 
 
 def configure(folder, **change):
     """Configures a deployment, of which some values are changed; returns the CompletedProcess."""
-    for key in ("one", "two"):
-        subprocess.run(f"openssl genrsa 2048 | openssl rsa -pubout -out {key}.pub", shell=True,
-                       cwd=folder, check=True, capture_output=True)
-    values = {"RELEASE_KEY_1": "one.pub", "RELEASE_KEY_2": "two.pub",
-              "UPDATE_HOST": "updates.example.org", "WITNESS_1": "https://a.example.org",
-              "WITNESS_2": "https://b.example.org", "WITNESS_3": "https://c.example.org", **change}
-    options = [f"-DVANTRELL_{name}={folder / value if 'KEY' in name else value}"
-               for name, value in values.items()]
-    return subprocess.run(["cmake", "-G", "Ninja", "-S", ROOT, "-B", "build", *options],
+    make_keys(folder)
+    write_deployment(folder, **change)
+    return subprocess.run(["cmake", "-G", "Ninja", "-S", ROOT, "-B", "build",
+                           "-DVANTRELL_DEPLOYMENT=deployment.conf"],
                           cwd=folder, text=True, capture_output=True)
 
 
 def publish(folder, *arguments):
-    """Publishes release 1.1 of files in a folder to made/; returns the CompletedProcess."""
+    """Publishes release 1.1 of files in a folder to made/tree; returns the CompletedProcess."""
     command = [ROOT / "publisher/publish-release", "--version", "1.1", "--channel", "prod", "--key",
-               KEYS / "release-1.pem", "--output", "made", *arguments]
+               "key1.pem", "--deployment", "deployment.conf", "--output", "made/tree", *arguments]
     return subprocess.run(command, cwd=folder, text=True, capture_output=True)
 
 
-def publish_all(folder, files):
-    """Publishes files, given as name and content; returns the published tree in the same form."""
+def publish_all(folder, files, tree):
+    """Publishes files, given as name and content; returns the made tree in the same form."""
     for number, content in enumerate(files.values()):
         (folder / f"{number}").write_bytes(content)
-    result = publish(folder, *[f"{name}={number}" for number, name in enumerate(files)])
+    result = publish(folder, "--development", "--base-url", f"https://{DOWNLOADS}/packages",
+                     "--output", tree, *[f"{name}={number}" for number, name in enumerate(files)])
     assert result.returncode == 0, result.stderr
-    tree = folder / "made"
     return {str(path.relative_to(tree)): path.read_bytes()
             for path in tree.rglob("*") if path.is_file()}

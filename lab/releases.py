@@ -69,8 +69,8 @@ def release(version, *options, files=(), channel="prod", key="release-1", deb=No
     deb = deb or package(version, *options, built=built, **kind)
 
     def make(folder):
-        subprocess.run([ROOT / "publisher/publish-release", "--version", version, "--channel",
-                        channel, "--key", built.parent / f"keys/{key}.pem", "--output",
+        subprocess.run([ROOT / "publisher/publish-release", "--development", "--version", version,
+                        "--channel", channel, "--key", built.parent / f"keys/{key}.pem", "--output",
                         folder / "tree", deb, *files], check=True, stdout=subprocess.DEVNULL)
 
     names = [str(file) for file in files]

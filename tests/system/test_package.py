@@ -11,15 +11,15 @@ import pytest
 
 from lab.machine import SERVICE
 from lab.packing import configure, make_publisher_files, publish, publish_all, run_recipe
-from lab.releases import BUILT, KEYS, ROOT, manifest_entries, package, signed_digest
+from lab.releases import BUILT, ROOT, manifest_entries, package, signed_digest
 from lab.service_view import CONFIG, TIMER, WINDOW, WINDOW_TIMER, units
 from lab.update_steps import install_as_service
 
 UP, DOWN = ["active"] * 4, ["inactive"] * 4
 OURS = "find / -xdev -name '*vantrell*' ! -path '/var/tmp/*' ! -name '*.log' | sort"
 REFUSED_TREES = [  # what is done to good trees, what is said
-    (":", "this service trusts a development key; configure the build with VANTRELL_RELEASE_KEY_1 "
-     "and VANTRELL_RELEASE_KEY_2, and install it into an empty tree."),
+    (":", "the service trusts a development key; configure the build with VANTRELL_DEPLOYMENT, and "
+     "install it into an empty tree."),
     ("echo '#!/bin/sh' >client/usr/bin/vantrell-harbor", "/usr/bin/vantrell-harbor in the client "
      "tree is not an ELF program; put the client's program there."),
     ("ln -sf /bin/true client/usr/bin/vantrell-harbor", "the client tree holds no executable file "
@@ -101,14 +101,15 @@ def test_a_package_depends_neither_on_the_time_nor_on_the_place_of_its_build(tmp
 
 
 @pytest.mark.parametrize("name, value, words", [
-    ("RELEASE_KEY_2", "one.pub", "are the same key"),
+    ("RELEASE_KEY_2", "key1.pub", "are the same key"),
     ("RELEASE_KEY_2", "absent.pub", "cannot be read"),
-    ("WITNESS_3", "https://me@A.example.org.:443/else", "Two witnesses are on the host"),
+    ("WITNESS_3", "https://me@Downloads.vantrell.invalid.:443/a", "Two witnesses are on"),
     ("UPDATE_HOST", "updates.vantrell.example", "is an example host"),
-], ids=["key", "file", "witness", "host"])
+    ("WITNESS_2", "", "does not give a value of a deployment"),
+], ids=["key", "file", "witness", "host", "value"])
 def test_the_build_refuses_values_that_void_the_proof(tmp_path, name, value, words):
     result = configure(tmp_path, **{name: value})
-    assert words in result.stderr
+    assert words in " ".join(result.stderr.split())
     assert result.returncode == 1
 
 
@@ -122,27 +123,51 @@ REFUSED_RELEASES = [  # options and files, what is said
     ("good.deb 2.deb=good.deb", '2 names end in ".deb"'),
     ("cut.deb", "cut.deb is damaged"),
     ("P.deb", 'P.deb says "Package: x, Version: 1.1, Architecture: amd64" and the release'),
-    ("V.deb", 'V.deb says "Package: vantrell-harbor, Version: 1, Architecture: amd64" and '),
+    ("previous.deb", 'previous.deb says "Package: vantrell-harbor, Version: 1, Architecture: '),
     ("A.deb", 'A.deb says "Package: vantrell-harbor, Version: 1.1, Architecture: all" and '),
+    ("conflicts.deb", 'conflicts.deb says "Conflicts: systemd", which removes or overwrites other'),
+    ("no-client.deb", "no-client.deb holds no ELF program /usr/bin/vantrell-harbor, so machines"),
+    ("no-service.deb", "no-service.deb holds no ELF program /usr/sbin/vantrell-harbor-updated, so"),
+    ("no-unit.deb", "no-unit.deb holds no /usr/lib/systemd/system/vantrell-harbor-updated.service"),
+    ("good.deb --key key3.pem", "the service in good.deb does not trust the key that signs, so"),
+    ("good.deb --component client-linux", 'the service in good.deb does not ask for the component'),
+    ("good.deb --deployment clots.conf", "the service does not ask https://clots.vantrell."),
+    ("good.deb --base-url https://x.example/", 'the base URL "https://x.example" is on an example'),
+    ("good.deb --previous good.deb", "1.1 is not newer than 1.1, the version of good.deb"),
+    ("good.deb --previous other-keys.deb", "the service in other-keys.deb does not trust the key"),
 ]
 
 
-def test_a_release_that_clients_would_refuse_is_not_published(tmp_path):
-    make_publisher_files(tmp_path)
-    before = sorted(os.listdir(tmp_path))
+@pytest.fixture(scope="module")
+def publisher_files(tmp_path_factory):
+    folder = tmp_path_factory.mktemp("publisher")
+    make_publisher_files(folder)
+    return folder
+
+
+def test_a_release_that_ends_updates_or_that_clients_refuse_is_not_published(publisher_files):
+    before = sorted(os.listdir(publisher_files))
     for arguments, sentence in REFUSED_RELEASES:
-        result = publish(tmp_path, *arguments.split())
+        result = publish(publisher_files, *arguments.split())
         assert result.stderr.startswith(f"publish-release: {sentence}"), arguments
         assert result.returncode == 1, arguments
-        assert sorted(os.listdir(tmp_path)) == before, arguments
+        assert sorted(os.listdir(publisher_files)) == before, arguments
 
 
-def test_the_published_digest_is_that_of_a_second_computation_and_is_signed(tmp_path):
-    make_publisher_files(tmp_path)
+def test_new_dependencies_are_told_and_do_not_prevent_a_release(publisher_files, tmp_path):
+    result = publish(publisher_files, "good.deb", "--previous", "previous.deb", "--output",
+                     tmp_path / "tree")
+    assert result.stderr.startswith("publish-release: warning: the dependencies differ from those")
+    assert result.stderr.endswith("\n< foo\n")
+    assert result.returncode == 0
+
+
+def test_the_published_digest_is_that_of_a_second_computation(publisher_files, tmp_path):
     # The signed text is sorted by whole lines, in which the ":" after a name is compared too.
-    files = {"b.deb": (tmp_path / "good.deb").read_bytes(), "a": b"", "a.b": b"1", "a-": b"2",
-             "A/z": bytes(range(256))}
-    made, entries = publish_all(tmp_path, files), manifest_entries(files.items(), files)
+    files = {"b.deb": (publisher_files / "good.deb").read_bytes(), "a": b"", "a.b": b"1",
+             "a-": b"2", "A/z": bytes(range(256))}
+    made = publish_all(publisher_files, files, tmp_path / "tree")
+    entries = manifest_entries(files.items(), files)
     digest = signed_digest(entries)
     assert json.loads(made.pop("offer.json")) == {
         "version": "1.1", "git_commit": "", "driver_fingerprint": "", "files": entries}
@@ -152,5 +177,5 @@ def test_the_published_digest_is_that_of_a_second_computation_and_is_signed(tmp_
              "client-linux-amd64.sha256": f"{digest}\n".encode()}
     assert made == {f"downloads/packages/1.1/{name}": data for name, data in files.items()} | {
         f"witness-{n}/prod/1.1.{fact}": data for n in (1, 2, 3) for fact, data in facts.items()}
-    subprocess.run(["openssl", "dgst", "-sha256", "-verify", KEYS / "release-1.pub", "-signature",
-                    tmp_path / "made" / signature], input=block, check=True)
+    subprocess.run(["openssl", "dgst", "-sha256", "-verify", publisher_files / "key1.pub",
+                    "-signature", tmp_path / "tree" / signature], input=block, check=True)
