@@ -2,6 +2,7 @@
 
 import os
 import pathlib
+import re
 import shutil
 import subprocess
 import tempfile
@@ -86,6 +87,23 @@ def make_publisher_files(folder):
     write_deployment(folder)
     make_deployed_package(folder, "1.1")
     subprocess.run(["sh", "-ec", _PUBLISHER_FILES], cwd=folder, check=True)
+
+
+def command_blocks(section):
+    """The indented blocks of a section of docs/publishing.md, with its subsections, as scripts."""
+    page = (ROOT / "docs/publishing.md").read_text()
+    text = re.search(rf"^## {section}\n(.*?)(?=^## )", page, re.M | re.S).group(1)
+    return [block.group() for block in re.finditer(r"(^    .*\n)+", text, re.M)]
+
+
+def run_as_operator(folder, block):
+    """Runs a block in a folder; packages that it names are made first, with the keys of the day."""
+    for version in re.findall(r"vantrell-harbor_([0-9.]+)_amd64.deb", block):
+        if not (folder / f"vantrell-harbor_{version}_amd64.deb").exists():
+            values = (folder / "deployment.conf").read_text()
+            make_deployed_package(folder, version, re.findall(r"RELEASE_KEY_.=(.*)\.pub", values))
+    return subprocess.run(["bash", "-euxo", "pipefail", "-c", block], cwd=folder, text=True,
+                          capture_output=True)
 
 
 def configure(folder, **change):

@@ -10,7 +10,8 @@ import subprocess
 import pytest
 
 from lab.machine import SERVICE
-from lab.packing import configure, make_publisher_files, publish, publish_all, run_recipe
+from lab.packing import (command_blocks, configure, make_keys, make_publisher_files, publish,
+                         publish_all, run_as_operator, run_recipe, write_deployment)
 from lab.releases import BUILT, ROOT, manifest_entries, package, signed_digest
 from lab.service_view import CONFIG, TIMER, WINDOW, WINDOW_TIMER, units
 from lab.update_steps import install_as_service
@@ -179,3 +180,37 @@ def test_the_published_digest_is_that_of_a_second_computation(publisher_files, t
         f"witness-{n}/prod/1.1.{fact}": data for n in (1, 2, 3) for fact, data in facts.items()}
     subprocess.run(["openssl", "dgst", "-sha256", "-verify", publisher_files / "key1.pub",
                     "-signature", tmp_path / "tree" / signature], input=block, check=True)
+
+
+def test_the_commands_for_keys_make_releases_and_refuse_others(tmp_path):
+    write_deployment(tmp_path)
+    (tmp_path / "phrase").write_text("a pass phrase\n")
+    (tmp_path / "publisher").symlink_to(ROOT / "publisher")
+    for block in command_blocks("Keys"):
+        result = run_as_operator(tmp_path, block)
+        assert result.returncode == 0, result.stderr
+    assert "does not trust the key that signs" in result.stderr  # what the last block wants
+    for version, key in [("1.4.0", "key1"), ("1.5.0", "key2")]:
+        facts = tmp_path / f"release-{version}/witness-3/prod/{version}.release"
+        subprocess.run(["openssl", "dgst", "-sha256", "-verify", tmp_path / f"{key}.pub",
+                        "-signature", f"{facts}.sig", f"{facts}.block"], check=True)
+
+    complete = "publisher/publish-release --prepared prepared-1.5.0 --output x --signature"
+    for command, words in [
+            (f"{complete} 1.4.0.sig", "1.4.0.sig is not the signature of the release block by the"),
+            (f"echo >prepared-1.5.0/release/downloads/packages/1.5.0/new; {complete} 1.5.0.sig",
+             "the files in prepared-1.5.0 are no longer those that were prepared")]:
+        result = run_as_operator(tmp_path, command)
+        assert f"publish-release: {words}" in result.stderr
+        assert result.returncode == 1
+        assert not (tmp_path / "x").exists()
+
+
+def test_the_example_by_hand_gives_what_the_page_shows(tmp_path):
+    make_keys(tmp_path)
+    lines = command_blocks("By hand: a complete example")[0].splitlines()
+    shown = [line[4:] for line in lines if not line.startswith("    $ ")]
+    (tmp_path / "files").write_text("".join(f"{line}\n" for line in shown if line.count(":") == 2))
+    commands = [line[6:] for line in lines if line.startswith("    $ ")]
+    result = run_as_operator(tmp_path, "\n".join(commands))
+    assert result.stdout.splitlines() == shown
