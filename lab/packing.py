@@ -33,6 +33,7 @@ field() {{ sed -i "s/^$1: .*/$1: $2/" DEBIAN/control; }}
 pack P 'field Package x'; pack A 'field Architecture all'
 pack conflicts 'echo "Conflicts: systemd" >>DEBIAN/control'
 pack no-client 'rm usr/bin/*'; pack no-service 'rm usr/sbin/*'
+pack arm64 'printf "\\267" | dd of=usr/sbin/vantrell-harbor-updated bs=1 seek=18 conv=notrunc'
 pack no-unit 'rm usr/lib/systemd/system/*updated.service'
 pack previous 'field Version 1; sed -i "s/^Depends: /&foo, /" DEBIAN/control'
 pack other-keys 'field Version 1; cp {BUILT}/service/usr/sbin/* usr/sbin'"""

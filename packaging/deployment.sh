@@ -22,9 +22,10 @@ check_debian_version() {
     refuse "\"$1\" is not a Debian version (${reason##*: }); choose another one."
 }
 
-is_elf() { [ "$(head -c 4 "$1" | tr -d '\0')" = $'\x7fELF' ]; }
-
 hex() { od -An -v -tx1 | tr -d ' \n'; }
+
+# True for an ELF file whose field e_machine is that of amd64.
+is_amd64_elf() { [[ $(head -c 20 "$1" | hex) =~ ^7f454c46.{28}3e00$ ]]; }
 
 is_release_key() { [[ $1 =~ ^${KeyHead}[0-9a-f]{$KeyRest}$ ]]; }
 
@@ -71,6 +72,8 @@ read_deployment() { # FILE
     is_release_key "${deployment[$name]}" || refuse "$path, which $file gives as $name, is not a" \
       "readable RSA-2048 public key; give the path of one."
   done
+  [ "${deployment[RELEASE_KEY_1]}" != "${deployment[RELEASE_KEY_2]}" ] ||
+    refuse "$file gives the same key twice; give two different keys."
 }
 
 # Prints the release keys in a program, in hexadecimal, one a line. They are read from the program

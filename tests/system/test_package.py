@@ -22,7 +22,7 @@ REFUSED_TREES = [  # what is done to good trees, what is said
     (":", "the service trusts a development key; configure the build with VANTRELL_DEPLOYMENT, and "
      "install it into an empty tree."),
     ("echo '#!/bin/sh' >client/usr/bin/vantrell-harbor", "/usr/bin/vantrell-harbor in the client "
-     "tree is not an ELF program; put the client's program there."),
+     "tree is not an ELF program for amd64; put the client's program there."),
     ("ln -sf /bin/true client/usr/bin/vantrell-harbor", "the client tree holds no executable file "
      "usr/bin/vantrell-harbor; put the client there."),
     ("rm -r service/usr/lib/vantrell-harbor", "the service tree lacks /usr/lib/vantrell-harbor/"
@@ -127,8 +127,9 @@ REFUSED_RELEASES = [  # options and files, what is said
     ("previous.deb", 'previous.deb says "Package: vantrell-harbor, Version: 1, Architecture: '),
     ("A.deb", 'A.deb says "Package: vantrell-harbor, Version: 1.1, Architecture: all" and '),
     ("conflicts.deb", 'conflicts.deb says "Conflicts: systemd", which removes or overwrites other'),
-    ("no-client.deb", "no-client.deb holds no ELF program /usr/bin/vantrell-harbor, so machines"),
-    ("no-service.deb", "no-service.deb holds no ELF program /usr/sbin/vantrell-harbor-updated, so"),
+    ("no-client.deb", "no-client.deb holds no amd64 program /usr/bin/vantrell-harbor, so machines"),
+    ("no-service.deb", "no-service.deb holds no amd64 program /usr/sbin/vantrell-harbor-updated"),
+    ("arm64.deb", "arm64.deb holds no amd64 program /usr/sbin/vantrell-harbor-updated, so"),
     ("no-unit.deb", "no-unit.deb holds no /usr/lib/systemd/system/vantrell-harbor-updated.service"),
     ("good.deb --key key3.pem", "the service in good.deb does not trust the key that signs, so"),
     ("good.deb --component client-linux", 'the service in good.deb does not ask for the component'),
@@ -199,7 +200,7 @@ def test_the_commands_for_keys_make_releases_and_refuse_others(tmp_path):
     for command, words in [
             (f"{complete} 1.4.0.sig", "1.4.0.sig is not the signature of the release block by the"),
             (f"echo >prepared-1.5.0/release/downloads/packages/1.5.0/new; {complete} 1.5.0.sig",
-             "the files in prepared-1.5.0 are no longer those that were prepared")]:
+             "the files in prepared-1.5.0 differ from those that were prepared")]:
         result = run_as_operator(tmp_path, command)
         assert f"publish-release: {words}" in result.stderr
         assert result.returncode == 1
