@@ -1,0 +1,24 @@
+#include "ctl/messages.h"
+
+#include <unistd.h>
+
+#include <cstdio>
+
+#include "ctl/exit_status.h"
+
+namespace Vantrell::Control {
+
+int Fail(int status, const std::string& sentence) {
+  fprintf(stderr, "%s: %s.\n", ProgramName, sentence.c_str());
+  return status;
+}
+
+int FailUsage(const std::string& sentence) { return Fail(ExitUsage, sentence + "; see --help"); }
+
+bool RequireRoot() {
+  if (geteuid() == 0) return true;
+  Fail(ExitCannotTell, "this command needs root; run it with sudo");
+  return false;
+}
+
+}  // namespace Vantrell::Control

@@ -1,0 +1,99 @@
+"""The program for operators: what it says and does in each state of a machine."""
+
+from lab.control_program import control, facts
+from lab.log_lines import RESTORED, UNJUDGED
+from lab.machine import SERVICE
+from lab.releases import release
+from lab.service_view import SOCKET_UNIT
+from lab.update_steps import refusal, said, set_window, shut_window, stage, start_client
+
+NOT_ROOT = "vantrell-harbor-updatectl: this command needs root; run it with sudo."
+NO_SERVICE = ('the update service is not there (/run/vantrell/update.sock: {}); start it with '
+              f'"systemctl start {SOCKET_UNIT} {SERVICE}"')
+MUTE = ('the update service does not answer within 20 s; see "vantrell-harbor-updatectl log", and '
+        f'restart it with "systemctl restart {SERVICE}"')
+STOPPED = [f'{unit} is stopped; start it with "systemctl start {unit}"'
+           for unit in (SOCKET_UNIT, SERVICE)]
+UNUSABLE = ["", "status x", "check now", "ring prod x", "ring test", "log -x", "id x", "statu"]
+
+
+def test_status_and_its_exit_status_follow_an_update_from_refusal_to_rollback(machine):
+    window = shut_window(machine)
+    assert control(machine, "check --wait") == (0, "IDLE - up to date")
+    idle = facts(machine)
+    assert idle["service"] == {"answers": True, "error": None, "staged": None,
+                               "last_check": "up to date", "window": f"SHUT {window}"}
+    assert idle["package"] == {"version": "1.0", "state": "installed", "installed": True,
+                               "paused": False}
+    assert [unit["enabled"] for unit in idle["units"]] == ["enabled"] * 3 + ["static", "enabled",
+                                                                             "static"]
+    assert (idle["last_install"], idle["rollback_copy"], idle["exit_status"]) == (None, "missing",
+                                                                                  0)
+    seen = facts(machine, "alice")
+    assert (seen["journal_readable"], seen["rollback_copy"], seen["exit_status"]) == (
+        False, "unknown", 0)
+
+    machine.publish(release("1.1", key="stranger"))
+    assert control(machine, "check --wait", "alice").status == 1
+    refused = facts(machine)
+    assert refused["last_refusal"]["result"] == "refused"
+    assert refused["attention"] == ["the last check found no usable answer: "
+                                    + refused["service"]["last_check"]]
+    assert control(machine, "apply").status == 1
+
+    machine.publish(release("1.1"))
+    assert control(machine, "check --wait") == (0, "READY 1.1 staged 1.1")
+    lines = len(machine.log())
+    assert "The window is shut" in control(machine, "apply", "bob").printed
+    assert refusal(machine, lines) == f"outside the maintenance window ({window})"
+    assert facts(machine)["exit_status"] == 0
+
+    assert control(machine, "pause").status == 0
+    assert facts(machine)["package"]["paused"]
+    assert control(machine, "status").status == 1
+    assert control(machine, "resume", "bob") == (2, NOT_ROOT)
+    assert control(machine, "resume").status == 0
+
+    lines = len(machine.log())
+    assert control(machine, "apply").status == 0
+    machine.wait_for_log(UNJUDGED)
+    machine.wait_for_log("listening on", after=lines)
+    applied = facts(machine)
+    assert applied["last_install"]["result"] == "applied"
+    assert (applied["rollback_copy"], applied["exit_status"]) == ("proved", 0)
+
+    start_client(machine, "alice")
+    stage(machine, "1.2", "--behaviour", "die-after 0")
+    lines = len(machine.log())
+    control(machine, "apply")
+    said(machine, lines, RESTORED)
+    rolled = facts(machine)
+    assert rolled["last_install"]["result"] == "rolled-back"
+    assert rolled["attention"] == ["the last install failed: "
+                                   + RESTORED.removeprefix("[UpdateSvc] ")]
+
+
+def test_every_command_ends_with_a_sentence_where_the_service_cannot_help(machine):
+    for words in UNUSABLE:
+        answer = control(machine, words)
+        assert (answer.status, answer.printed.count("\n")) == (64, 0), words
+    assert control(machine, "ring beta", "alice").status == 1
+    assert control(machine, "ring beta").status == 0
+    assert control(machine, "ring", "alice") == (0, "beta")
+    set_window(machine, ("00:00", "00:00"))
+    assert control(machine, "window") == (0, "OPEN 00:00-00:00 local")
+    assert control(machine, "id", "alice") == (2, NOT_ROOT)
+    control(machine, "check --wait")
+    assert control(machine, "id").printed in machine.read(
+        "/var/lib/vantrell-harbor/update/install-id")
+    assert "listening on" in control(machine, "log").printed
+
+    machine.run(["systemctl", "kill", "--signal=STOP", SERVICE])
+    assert control(machine, "window") == (2, f"vantrell-harbor-updatectl: {MUTE}.")
+    machine.run(f"systemctl kill --signal=CONT {SERVICE}; systemctl stop {SOCKET_UNIT} {SERVICE}")
+    for words in ("check", "check --wait", "apply", "ring prod"):
+        assert control(machine, words) == (
+            2, f"vantrell-harbor-updatectl: {NO_SERVICE.format('Connection refused')}."), words
+    stopped = facts(machine)
+    assert stopped["service"]["error"] == NO_SERVICE.format("Connection refused")
+    assert (stopped["attention"], stopped["exit_status"]) == (STOPPED, 2)
