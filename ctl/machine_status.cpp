@@ -22,7 +22,8 @@ void JudgePackage(MachineStatus& status) {
     status.attention.push_back("dpkg does not know the package; install it with apt-get");
   } else if (!package.IsInstalled()) {
     status.attention.push_back("the package is " + package.state +
-                               "; the repair timer works on it, or run \"dpkg --configure -a\"");
+                               "; wait for the end of an install or of the repair, or install it "
+                               "with apt-get");
   }
   if (package.IsPaused()) {
     status.attention.push_back(

@@ -11,6 +11,8 @@
 #include "ctl/exit_status.h"
 #include "ctl/messages.h"
 #include "ctl/plain_commands.h"
+#include "ctl/seed_command.h"
+#include "ctl/support_command.h"
 
 namespace Vantrell::Control {
 namespace {
@@ -29,6 +31,8 @@ constexpr char Help[] =
     "  log [-f]          the journal of the service; -f follows it\n"
     "  pause, resume     put the package on hold, or end the hold (root)\n"
     "  id                show the install id (root)\n"
+    "  seed PACKAGE      make the installed package the rollback copy (root)\n"
+    "  support FILE      write an archive for a support ticket\n"
     "\n"
     "Exit status: 0 well, 1 needs attention, 2 cannot tell, 64 wrong usage.\n";
 
@@ -40,7 +44,7 @@ struct Command {
 constexpr Command Commands[] = {
     {"status", RunStatus}, {"watch", RunWatch},   {"check", RunCheck}, {"apply", RunApply},
     {"ring", RunRing},     {"window", RunWindow}, {"log", RunLog},     {"pause", RunPause},
-    {"resume", RunResume}, {"id", RunId},
+    {"resume", RunResume}, {"id", RunId},         {"seed", RunSeed},   {"support", RunSupport},
 };
 
 int PrintHelp() {

@@ -1,9 +1,13 @@
 #include "ctl/rollback_copy.h"
 
+#include <sys/stat.h>
 #include <unistd.h>
 
+#include "base/directories.h"
 #include "base/file_content.h"
+#include "ctl/durable_files.h"
 #include "trust/digest.h"
+#include "update/installed_record.h"
 #include "update/state_directory.h"
 
 namespace Vantrell::Control {
@@ -15,6 +19,22 @@ std::string RollbackCopyState() {
   if (!Sha256File(RollbackCopyPath(), digest)) return "damaged";
   const std::string record = ReadWholeFile(InstalledRecordPath());
   return record.find(".deb " + digest + "\n") == std::string::npos ? "damaged" : "proved";
+}
+
+bool PlaceRollbackCopy(const std::string& source, const std::string& name, std::string& error) {
+  ManifestFile file;
+  file.name = name;
+  if (!Sha256File(source, file.sha256)) {
+    error = source + " cannot be read";
+    return false;
+  }
+  MakeDirs(ClientRollbackDir(), 0700);
+  chmod(ClientRollbackDir().c_str(), 0700);
+  // The repair at the start of the service takes a file of this name if the record names it.
+  const std::string fresh = RollbackCopyPath() + ".new";
+  return MoveFile(source, fresh, error) &&
+         ReplaceFile(InstalledRecordPath(), InstalledRecordLine(file), error) &&
+         MoveFile(fresh, RollbackCopyPath(), error);
 }
 
 }  // namespace Vantrell::Control

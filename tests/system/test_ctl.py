@@ -1,20 +1,29 @@
 """The program for operators: what it says and does in each state of a machine."""
 
-from lab.control_program import control, facts
+from lab.control_program import PROGRAM, control, facts
 from lab.log_lines import RESTORED, UNJUDGED
 from lab.machine import SERVICE
-from lab.releases import release
-from lab.service_view import SOCKET_UNIT
-from lab.update_steps import refusal, said, set_window, shut_window, stage, start_client
+from lab.releases import package, release
+from lab.service_view import COPY, RECORD, SOCKET_UNIT, STATE, digest_of, kept, units
+from lab.update_steps import (refusal, request_apply, said, set_window, shut_window, stage,
+                              start_client)
 
-NOT_ROOT = "vantrell-harbor-updatectl: this command needs root; run it with sudo."
+NOT_ROOT = f"{PROGRAM}: this command needs root; run it with sudo."
 NO_SERVICE = ('the update service is not there (/run/vantrell/update.sock: {}); start it with '
               f'"systemctl start {SOCKET_UNIT} {SERVICE}"')
 MUTE = ('the update service does not answer within 20 s; see "vantrell-harbor-updatectl log", and '
         f'restart it with "systemctl restart {SERVICE}"')
 STOPPED = [f'{unit} is stopped; start it with "systemctl start {unit}"'
            for unit in (SOCKET_UNIT, SERVICE)]
-UNUSABLE = ["", "status x", "check now", "ring prod x", "ring test", "log -x", "id x", "statu"]
+NAME = "vantrell-harbor_1.0_amd64.deb"
+PACKAGE = f"/root/{NAME}"
+GIVE = "; give the package that is installed."
+FOREIGN = [  # version, behaviour of its client, what is said
+    ("1.1", "stay", f"{PROGRAM}: the file holds version 1.1, but 1.0 is installed{GIVE}"),
+    ("1.0", "die-after 9", f"{PROGRAM}: the file is another build of version 1.0{GIVE}"),
+]
+UNUSABLE = ["", "status x", "check now", "ring prod x", "ring test", "log -x", "id x", "seed",
+            "seed /root/x", "support", "statu"]
 
 
 def test_status_and_its_exit_status_follow_an_update_from_refusal_to_rollback(machine):
@@ -73,6 +82,50 @@ def test_status_and_its_exit_status_follow_an_update_from_refusal_to_rollback(ma
                                    + RESTORED.removeprefix("[UpdateSvc] ")]
 
 
+def test_a_rollback_copy_is_made_of_the_installed_package_only(machine):
+    machine.push(package("1.0"), PACKAGE)
+    for version, behaviour, reason in FOREIGN:
+        machine.push(package(version, "--behaviour", behaviour), f"/root/foreign/{NAME}")
+        assert control(machine, f"seed /root/foreign/{NAME}").printed == reason
+    assert control(machine, f"seed {PACKAGE}", "alice") == (2, NOT_ROOT)
+    before = units(machine)
+    machine.run(f"mount -t tmpfs -o size=16k,mode=755 tmpfs {STATE}")
+    assert "No space left" in control(machine, f"seed {PACKAGE}").printed
+    machine.run(f"[ -z \"$(ls -A {STATE})\" ]; umount {STATE}")
+    assert units(machine) == before
+
+    machine.run(f"mkdir -p {STATE}/client-rollback; echo old | "
+                f"tee {COPY} {STATE}/rollback-candidate.deb")
+    assert control(machine, f"seed {PACKAGE}").status == 0
+    assert machine.read(RECORD) == f"{NAME} {digest_of(machine, PACKAGE)}\n"
+    assert facts(machine)["rollback_copy"] == "proved"
+    after = units(machine)
+    assert after == before._replace(socket_start=after.socket_start, pid=after.pid)
+    assert kept(machine) == ["client-rollback 700", "client-rollback/previous.deb 644",
+                             "installed.sha256 644", "machine-id 644"]
+
+    stage(machine, "1.1", "--preinst", "sleep 2")
+    lines = request_apply(machine)
+    machine.run("until pgrep -x dpkg; do sleep 0.05; done")
+    machine.run(f"while pgrep -x dpkg; do sleep 0.05; done; ! {PROGRAM} seed {PACKAGE}")
+    machine.wait_for_log("listening on", after=lines)
+    assert machine.read(RECORD).startswith("vantrell-harbor_1.1_amd64.deb ")
+
+
+def test_a_support_archive_names_no_machine(machine):
+    control(machine, "check --wait")
+    machine.run(f"echo | tee {STATE}/$(printf 'a\\033[2Jb')")
+    assert control(machine, "support /root/facts.tgz").status == 0
+    assert control(machine, "support /root/facts.tgz").status == 2
+    held = machine.run("umask 7; tar -tzf /root/facts.tgz; tar -xzOf /root/facts.tgz; ls /tmp")
+    for part in ("status.json", '"answers":true', "listening on", "install ok installed",
+                 "ExecStart=", " install-id", r" a\033[2Jb"):
+        assert part in held, part
+    for secret in (f"{STATE}/install-id", "/etc/machine-id"):
+        assert machine.read(secret).strip() not in held, secret
+    assert "vantrell-support." not in held
+
+
 def test_every_command_ends_with_a_sentence_where_the_service_cannot_help(machine):
     for words in UNUSABLE:
         answer = control(machine, words)
@@ -87,13 +140,15 @@ def test_every_command_ends_with_a_sentence_where_the_service_cannot_help(machin
     assert control(machine, "id").printed in machine.read(
         "/var/lib/vantrell-harbor/update/install-id")
     assert "listening on" in control(machine, "log").printed
+    watched = machine.run(f"timeout 2 {PROGRAM} watch", user="alice", check=False)
+    assert watched.startswith("service        answers\nlast check     ")
 
     machine.run(["systemctl", "kill", "--signal=STOP", SERVICE])
-    assert control(machine, "window") == (2, f"vantrell-harbor-updatectl: {MUTE}.")
+    assert control(machine, "window") == (2, f"{PROGRAM}: {MUTE}.")
     machine.run(f"systemctl kill --signal=CONT {SERVICE}; systemctl stop {SOCKET_UNIT} {SERVICE}")
     for words in ("check", "check --wait", "apply", "ring prod"):
         assert control(machine, words) == (
-            2, f"vantrell-harbor-updatectl: {NO_SERVICE.format('Connection refused')}."), words
+            2, f"{PROGRAM}: {NO_SERVICE.format('Connection refused')}."), words
     stopped = facts(machine)
     assert stopped["service"]["error"] == NO_SERVICE.format("Connection refused")
     assert (stopped["attention"], stopped["exit_status"]) == (STOPPED, 2)

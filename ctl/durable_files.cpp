@@ -1,0 +1,85 @@
+#include "ctl/durable_files.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <string_view>
+
+#include "base/descriptor.h"
+#include "base/read_input.h"
+
+namespace Vantrell::Control {
+namespace {
+
+constexpr size_t BlockBytes = 65536;
+
+bool FailAt(const std::string& path, std::string& error) {
+  error = path + ": " + strerror(errno);
+  return false;
+}
+
+bool WriteAll(int file, std::string_view rest) {
+  while (!rest.empty()) {
+    const ssize_t written = write(file, rest.data(), rest.size());
+    if (written < 0 && errno == EINTR) continue;
+    if (written <= 0) return false;
+    rest.remove_prefix(static_cast<size_t>(written));
+  }
+  return true;
+}
+
+Descriptor OpenNewFile(const std::string& path, mode_t mode) {
+  return Descriptor(open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, mode));
+}
+
+bool SyncDirectoryOf(const std::string& path) {
+  const std::string folder = path.substr(0, path.rfind('/') + 1);
+  const Descriptor directory(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  return directory && fsync(directory.Number()) == 0;
+}
+
+bool CopyContent(int from, int to) {
+  bool isWritten = true;
+  const auto take = [&](std::string_view block) { isWritten = isWritten && WriteAll(to, block); };
+  return ReadToEnd(from, BlockBytes, take) && isWritten;
+}
+
+}  // namespace
+
+bool CopyToNewFile(const std::string& source, const std::string& target, mode_t mode,
+                   std::string& error) {
+  const Descriptor from(open(source.c_str(), O_RDONLY | O_CLOEXEC));
+  if (!from) return FailAt(source, error);
+  const Descriptor to = OpenNewFile(target, mode);
+  if (!to) return FailAt(target, error);
+  if (CopyContent(from.Number(), to.Number()) && fchmod(to.Number(), mode) == 0 &&
+      fsync(to.Number()) == 0) {
+    return true;
+  }
+  FailAt(target, error);
+  unlink(target.c_str());
+  return false;
+}
+
+bool ReplaceFile(const std::string& path, const std::string& text, std::string& error) {
+  const std::string fresh = path + ".new";
+  unlink(fresh.c_str());
+  const Descriptor file = OpenNewFile(fresh, 0644);
+  if (!file || !WriteAll(file.Number(), text) || fsync(file.Number()) != 0) {
+    FailAt(fresh, error);
+    unlink(fresh.c_str());
+    return false;
+  }
+  return MoveFile(fresh, path, error);
+}
+
+bool MoveFile(const std::string& from, const std::string& to, std::string& error) {
+  if (rename(from.c_str(), to.c_str()) == 0 && SyncDirectoryOf(to)) return true;
+  return FailAt(to, error);
+}
+
+}  // namespace Vantrell::Control
