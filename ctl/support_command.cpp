@@ -19,13 +19,13 @@
 namespace Vantrell::Control {
 namespace {
 
-struct Part {
+struct Piece {
   const char* file;
   const char* script;
 };
 
-// No part prints the install id, the machine id or the name of the host.
-constexpr Part Parts[] = {
+// No script prints the install id, the machine id or the name of the host.
+constexpr Piece Pieces[] = {
     {"journal.txt",
      "journalctl --no-pager --no-hostname --output=short-iso-precise --lines=20000 "
      "--unit='vantrell-harbor-updated*'"},
@@ -42,9 +42,9 @@ constexpr Part Parts[] = {
 // A script that fails has said why in its file.
 void Collect(const std::string& folder) {
   std::string output;
-  for (const Part& part : Parts) {
+  for (const Piece& piece : Pieces) {
     RunProcess(
-        {"sh", "-c", "exec >\"$0\" 2>&1; " + std::string(part.script), folder + "/" + part.file},
+        {"sh", "-c", "exec >\"$0\" 2>&1; " + std::string(piece.script), folder + "/" + piece.file},
         {}, output);
   }
 }
