@@ -70,11 +70,12 @@ def make_deployed_package(folder, version, keys=("key1", "key2")):
         (trees / "client/usr/bin").mkdir(parents=True)
         shutil.copy(BUILT / "stand-in-client", trees / "client/usr/bin/vantrell-harbor")
         shutil.copytree(BUILT / "service", trees / "service")
-        program = trees / "service/usr/sbin/vantrell-harbor-updated"
-        code = program.read_bytes().replace(b".vantrell.example", b".vantrell.invalid")
-        for old, new in zip(("release-1", "release-2"), keys):
-            code = code.replace(_public_key(KEYS, old), _public_key(folder, new))
-        program.write_bytes(code)
+        for program in ("sbin/vantrell-harbor-updated", "lib/vantrell-harbor/prove-package"):
+            program = trees / "service/usr" / program
+            code = program.read_bytes().replace(b".vantrell.example", b".vantrell.invalid")
+            for old, new in zip(("release-1", "release-2"), keys):
+                code = code.replace(_public_key(KEYS, old), _public_key(folder, new))
+            program.write_bytes(code)
         subprocess.run(
             [ROOT / "packaging/make-client-package", "--version", version, "--client-tree",
              trees / "client", "--service-tree", trees / "service", "--output", folder,
