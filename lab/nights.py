@@ -63,11 +63,11 @@ EVENTS = {
 
 
 class Life:
-    """A machine, alice's session on it, and what the machine should run."""
+    """A machine, alice's session on it, the version it should run and the last recorded one."""
 
     def __init__(self, machine):
         self.machine = machine
-        self.good = "1.0"
+        self.good = self.recorded = "1.0"
         self.offered = 0
         self.session = None
         make_noon(machine, SHUT)
@@ -142,6 +142,7 @@ def spend_night(life, number, event):
         life.rescued = False
     if event.options[:1] == ("--daemon",):
         life.rescued = True
+        life.good = life.recorded  # the last one that is known to run
 
 
 def disturb_install(life, victim):
@@ -179,6 +180,7 @@ def look(life, event):
     record = recorded(machine)
     size = int(machine.run(["stat", "--format=%s", COPY])) if record else 0
     assert not record or record[1] == digest_of(machine, COPY), "the rollback copy is another one"
+    life.recorded = record[0].split("_")[1] if record else life.recorded
     used = int(machine.run(f"du --bytes --total --summarize {STATE} {KEPT}").split()[-2])
     assert used < PACKAGES * (size + 2 ** 20), f"{used} bytes are kept"
     if life.session is None:  # the machine was switched off, and nobody has logged in since

@@ -3,7 +3,7 @@
 from lab.control_program import PROGRAM, control, facts
 from lab.log_lines import RESTORED, UNJUDGED
 from lab.machine import SERVICE
-from lab.releases import package, release
+from lab.releases import package, publish_by_hand, release
 from lab.service_view import COPY, RECORD, SOCKET_UNIT, STATE, digest_of, kept, units
 from lab.update_steps import (refusal, request_apply, said, set_window, shut_window, stage,
                               start_client)
@@ -42,7 +42,7 @@ def test_status_and_its_exit_status_follow_an_update_from_refusal_to_rollback(ma
     assert (seen["journal_readable"], seen["rollback_copy"], seen["exit_status"]) == (
         False, "unknown", 0)
 
-    machine.publish(release("1.1", key="stranger"))
+    publish_by_hand(machine, [("a", b"content of a")], "stranger")
     assert control(machine, "check --wait", "alice").status == 1
     refused = facts(machine)
     assert refused["last_refusal"]["result"] == "refused"
