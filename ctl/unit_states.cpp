@@ -8,6 +8,9 @@
 namespace Vantrell::Control {
 namespace {
 
+// Fails on purpose, to report that a build was taken back.
+constexpr char RescueUnit[] = "vantrell-harbor-updated-rescue.service";
+
 struct Property {
   std::string_view key;
   std::string UnitState::*field;
@@ -35,6 +38,10 @@ std::string UnitState::Fault() const {
   if (load != "loaded") {
     return name + " is " + load + "; install the package again, or unmask the unit";
   }
+  if (active == "failed" && name == RescueUnit) {
+    return "a new build of the service did not run, and the earlier one was installed again; this "
+           "ends with a newer release";
+  }
   if (active == "failed") {
     return name +
            " has failed; see \"vantrell-harbor-updatectl log\", then run \"systemctl "
@@ -56,6 +63,7 @@ const std::vector<std::string>& UnitNames() {
       "vantrell-harbor-updated-repair.service",
       "vantrell-harbor-updated-window.timer",
       "vantrell-harbor-updated-window.service",
+      RescueUnit,
   };
   return names;
 }

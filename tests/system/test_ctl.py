@@ -34,8 +34,8 @@ def test_status_and_its_exit_status_follow_an_update_from_refusal_to_rollback(ma
                                "last_check": "up to date", "window": f"SHUT {window}"}
     assert idle["package"] == {"version": "1.0", "state": "installed", "installed": True,
                                "paused": False}
-    assert [unit["enabled"] for unit in idle["units"]] == ["enabled"] * 3 + ["static", "enabled",
-                                                                             "static"]
+    assert [unit["enabled"] for unit in idle["units"]] == [
+        "enabled", "enabled", "enabled", "static", "enabled", "static", "static"]
     assert (idle["last_install"], idle["rollback_copy"], idle["exit_status"]) == (None, "missing",
                                                                                   0)
     seen = facts(machine, "alice")

@@ -4,6 +4,7 @@ from collections import namedtuple
 
 from lab import log_lines as log
 from lab.check_pass import check
+from lab.control_program import facts
 from lab.damage import IN_RESCUE, KEPT_CUT, NO_ROOM_FOR_PACKAGE
 from lab.footprint import package_state
 from lab.releases import package
@@ -12,6 +13,8 @@ from lab.service_view import (COPY, KEPT, RECORD, REPAIR, RESCUE, ask, digest_of
 from lab.update_steps import accept, request_apply, said, stage
 
 DEAD = ("--daemon", "exit 127")
+TOLD = ("a new build of the service did not run, and the earlier one was installed again; this "
+        "ends with a newer release")
 Broken = namedtuple("Broken", "version daemon ends seconds")
 BROKEN = [
     Broken("1.2", "exit 127", "127", 30),
@@ -45,6 +48,7 @@ def test_a_build_that_does_not_run_is_taken_back(quiet):
         assert package_state(machine) == "installed ok 1.1", broken
         assert failed_units(machine) == [RESCUE], broken
     assert check(machine)[-1] == log.UP_TO_DATE  # the last one is still offered
+    assert facts(machine)["attention"] == [TOLD]
     prove(machine)
     machine.run(f"rm /run/vantrell-harbor-rescue.*; systemctl reset-failed; "
                 f"systemctl restart {REPAIR} {RESCUE}", check=False)
