@@ -26,6 +26,8 @@ COPY = f"{STATE}/client-rollback/previous.deb"
 INSTALL = ("install -y --allow-downgrades --no-install-recommends -o DPkg::Lock::Timeout=300 "
            "-o Dpkg::Options::=--force-confdef -o Dpkg::Options::=--force-confold").split()
 KEPT = "/var/lib/vantrell-harbor/rescue"  # packages to go back to, and what is known of the builds
+# Of the scripts around the service, which wait for them.
+LOCKS = ["/run/vantrell-harbor-repair.lock", "/run/vantrell-harbor-rescue.lock"]
 IDLE_THREADS = 3 if FLAVOUR == "tsan" else 2  # that sanitizer adds one of its own
 # Prints the lines of the repair that the timer starts. That of a start is in the service's log.
 REPAIR_LOG = f"journalctl --sync; journalctl --quiet --output=cat _SYSTEMD_UNIT={REPAIR}"

@@ -8,8 +8,8 @@ from lab.control_program import facts
 from lab.damage import IN_RESCUE, KEPT_CUT, NO_ROOM_FOR_PACKAGE
 from lab.footprint import package_state
 from lab.releases import package
-from lab.service_view import (COPY, KEPT, RECORD, REPAIR, RESCUE, ask, digest_of, end_unexpectedly,
-                              failed_units, restart)
+from lab.service_view import (COPY, KEPT, LOCKS, RECORD, REPAIR, RESCUE, ask, digest_of,
+                              end_unexpectedly, failed_units, file_kind, restart)
 from lab.update_steps import accept, request_apply, said, stage
 
 DEAD = ("--daemon", "exit 127")
@@ -63,6 +63,8 @@ def test_a_build_that_does_not_run_is_taken_back(quiet):
     prove(machine)
     assert failed_units(machine) == []
     assert machine.run(f"ls {KEPT}").split() == [f"{digest_of(machine, COPY)}.deb", "state"]
+    for lock in LOCKS:
+        assert file_kind(machine, lock) == "regular empty file 600 root", lock
 
 
 def test_a_rescue_that_was_killed_is_completed_by_the_next_start(quiet):
