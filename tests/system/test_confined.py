@@ -12,7 +12,8 @@ from lab.last_look import last_look
 from lab.machine import SERVICE
 from lab.outside_world import BLOBS
 from lab.releases import DEB, DIGEST, README, fact, package
-from lab.service_view import CLIENT, CONFIG, COPY, INSTALL, STAGING, STATE, until_logged
+from lab.service_view import (CLIENT, CONFIG, COPY, INSTALL, STAGING, STATE, restart,
+                              until_logged)
 from lab.stubs import unstub
 from lab.update_steps import (client_requests_apply, refusal, request_apply, said, shut_window,
                               stage, start_client)
@@ -57,6 +58,8 @@ def test_a_confined_service_sets_the_ring_installs_judges_and_rolls_back(confine
     assert package_state(machine) == "installed ok 1.1"
     for call in REFUSED_CALLS:
         assert machine.run([SHIM, *call], check=False) == REFUSED_CALL.format(" ".join(call))
+    machine.run("for full in /tmp /var/tmp; do mount -t tmpfs -o nr_inodes=1 tmpfs $full; done")
+    restart(machine)
 
 
 def test_a_confined_install_outlives_a_kill_of_the_service_and_a_poweroff(confined):
