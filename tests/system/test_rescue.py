@@ -98,8 +98,10 @@ def test_a_build_without_a_package_to_go_back_to_waits_for_a_hand(quiet):
     lines = install(machine, "1.2", *DEAD)
     machine.run(NO_ROOM_FOR_PACKAGE.damage)
     machine.wait_for_log(log.NO_ROOM.format("1.2"), after=lines)
-    machine.run(NO_ROOM_FOR_PACKAGE.repair)
+    machine.run(f"apt-mark hold vantrell-harbor; {NO_ROOM_FOR_PACKAGE.repair}")
     assert said(machine, lines, "listening on")[-2] == log.TAKEN_BACK.format("1.2")
+    assert machine.run("apt-mark showhold") == "vantrell-harbor\n"
+    machine.run("apt-mark unhold vantrell-harbor")
 
     stage(machine, "1.3", *DEAD)
     machine.run(KEPT_CUT)
