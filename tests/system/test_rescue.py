@@ -7,6 +7,7 @@ from lab.check_pass import check
 from lab.control_program import facts
 from lab.damage import IN_RESCUE, KEPT_CUT, NO_ROOM_FOR_PACKAGE
 from lab.footprint import package_state
+from lab.machine import SERVICE
 from lab.releases import package
 from lab.service_view import (COPY, KEPT, LOCKS, RECORD, REPAIR, RESCUE, ask, digest_of,
                               end_unexpectedly, failed_units, file_kind, restart)
@@ -65,6 +66,12 @@ def test_a_build_that_does_not_run_is_taken_back(quiet):
     assert machine.run(f"ls {KEPT}").split() == [f"{digest_of(machine, COPY)}.deb", "state"]
     for lock in LOCKS:
         assert file_kind(machine, lock) == "regular empty file 600 root", lock
+
+    accept(machine, "1.7")
+    machine.run(f"systemctl stop {SERVICE}; echo 3 >/run/vantrell-harbor-rescue.failures")
+    machine.install(package("1.8"))
+    restart(machine)
+    assert package_state(machine) == "installed ok 1.8"
 
 
 def test_a_rescue_that_was_killed_is_completed_by_the_next_start(quiet):
