@@ -3,7 +3,7 @@
 import pytest
 
 from lab import log_lines as log
-from lab.client_log import client_starts, told_to_end, wait_for_client
+from lab.client_log import client_starts, only_client, told_to_end, wait_for_client
 from lab.confined import SHIM, change_before_apt_get, confine
 from lab.footprint import package_state
 from lab.held_install import run_at_gate, stage_held
@@ -38,7 +38,7 @@ def confined(quiet):
     return quiet
 
 
-def test_a_confined_service_sets_the_ring_installs_judges_and_rolls_back(confined):
+def test_a_confined_service_sets_the_ring_installs_judges_and_takes_back(confined):
     machine = confined
     assert machine.succeeds(["systemd-analyze", "security", "--threshold=30", SERVICE])
     assert machine.send("SETRING beta") == "OK"
@@ -58,6 +58,10 @@ def test_a_confined_service_sets_the_ring_installs_judges_and_rolls_back(confine
     assert package_state(machine) == "installed ok 1.1"
     for call in REFUSED_CALLS:
         assert machine.run([SHIM, *call], check=False) == REFUSED_CALL.format(" ".join(call))
+    machine.run(["kill", only_client(machine)])
+    stage(machine, "1.3", "--daemon", "exit 127")
+    assert said(machine, request_apply(machine), "listening on")[-2] == log.TAKEN_BACK.format("1.3")
+    assert package_state(machine) == "installed ok 1.1"
     machine.run("for full in /tmp /var/tmp; do mount -t tmpfs -o nr_inodes=1 tmpfs $full; done")
     restart(machine)
 
@@ -128,4 +132,4 @@ def test_a_package_that_changes_after_the_check_is_not_installed(confined):
         "is installed: it is not the package that was accepted last" in said(
             machine, lines, log.NOT_STAYED)
     assert not machine.exists("/run/altered")
-    assert machine.run("ls /var/lib/vantrell-harbor") == "update\n"
+    assert machine.run("ls /var/lib/vantrell-harbor") == "rescue\nupdate\n"
