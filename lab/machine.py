@@ -49,8 +49,10 @@ def missing_requirements():
 
 def image_path():
     """Path of the image; makes it if none exists for the present recipe."""
-    return subprocess.run([LAB / "image.sh"], check=True, stdout=subprocess.PIPE,
-                          text=True).stdout.strip()
+    made = subprocess.run([LAB / "image.sh"], stdout=subprocess.PIPE, text=True)
+    if made.returncode != 0:
+        raise RuntimeError(made.stdout.strip())
+    return made.stdout.strip()
 
 
 def _remove_leftovers():
