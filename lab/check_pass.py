@@ -54,6 +54,12 @@ def no_quorum(why):
     return [f"[Update] quorum REFUSED - {why}", *refused(why)]
 
 
+def not_connected(machine):
+    """What libcurl says when a server does not listen; its versions use different words."""
+    return machine.run(["grep", "-aoE", "Could(n't| not) connect to server",
+                        "/usr/lib/x86_64-linux-gnu/libcurl.so.4"]).rstrip("\n")
+
+
 def begin(machine):
     """Restarts the service and forgets what it has requested."""
     restart(machine)

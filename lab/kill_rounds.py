@@ -38,7 +38,10 @@ VICTIMS = {
     "apt-get": "kill -9 $(pidof apt-get)",
     "apt tree": "kill -9 $(grep -lszx VANTRELL_UPDATE_APPLY=1 /proc/[0-9]*/environ | "
                 "cut -d / -f 3)",
-    "both": f"echo 1 >/sys/fs/cgroup/system.slice/{SERVICE}/cgroup.kill",
+    # Not cgroup.kill: some kernels then also kill what systemd 257 starts in this group.
+    "both": f"cd /sys/fs/cgroup/system.slice/{SERVICE} && echo 1 >cgroup.freeze && "
+            "until grep -q 'frozen 1' cgroup.events; do :; done && "
+            "kill -9 $(cat cgroup.procs) && echo 0 >cgroup.freeze",
     "power": None,
 }
 WHOLE_LIMIT = 180  # seconds until a machine is whole

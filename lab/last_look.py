@@ -5,6 +5,8 @@ import subprocess
 
 from lab.machine import SERVICE
 
+# What `systemctl poweroff` does in the end. apt 3 has logind refuse that during an install.
+POWEROFF = "systemctl start --no-block --job-mode=replace-irreversibly poweroff.target"
 # It stops after the update service does, and the machine waits for it.
 _UNIT = f"""[Unit]
 Before={SERVICE}

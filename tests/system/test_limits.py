@@ -5,7 +5,7 @@ import pytest
 from lab import log_lines as log
 from lab.disturbances import UNIT_NAME, add_asking_hook, flood_of_checks, take_unit_names
 from lab.held_install import run_at_gate, stage_held
-from lab.last_look import last_look
+from lab.last_look import POWEROFF, last_look
 from lab.outside_world import DOWNLOADS, UPDATES
 from lab.releases import DEB, release
 from lab.service_view import CLIENT, until_logged
@@ -37,7 +37,7 @@ def test_a_poweroff_waits_for_an_install_and_hooks_do_not_end_it(machine):
     stage_held(machine, "1.1", "preinst")
     with last_look(machine, "dpkg-query -W vantrell-harbor; dpkg --audit") as seen:
         request_apply(machine)
-        run_at_gate(machine, f"systemctl poweroff; {until_logged(log.INSTALL_DELAYS_STOP)}")
+        run_at_gate(machine, f"{POWEROFF}; {until_logged(log.INSTALL_DELAYS_STOP)}")
         assert seen() == "vantrell-harbor\t1.1\n"
 
 
