@@ -15,10 +15,13 @@ usage: ./test.sh                  everything
 
 Installs missing packages with apt-get. The last line says how many tests and checks passed.
 VANTRELL_FLAVOUR=asan or tsan runs unit and system tests in that sanitized build alone.
+VANTRELL_LAB_SUITE=trixie runs system tests on Debian 13. Everything runs some of them there.
 TEXT
 }
 
 readonly Logs=$PWD/build/logs
+readonly Suite=${VANTRELL_LAB_SUITE:-bookworm}
+declare -A system_jobs
 passed=0 failed=0 skipped=0
 
 heading() { printf '\n== %s\n' "$*"; }
@@ -81,9 +84,9 @@ pytest() { /usr/bin/python3 -m pytest -q -p no:cacheprovider "$@" tests/system; 
 
 # Starts system tests in the background, so that builds can run at the same time: the tests wait
 # far more than they compute.
-begin_system() { # FLAVOUR [NAME]
-  local flavour=$1 log=$Logs/system-$1.log options=(${2:+-k "$2"})
-  system_job=
+begin_system() { # FLAVOUR [NAME [SUITE]]
+  local flavour=$1 suite=${3:-$Suite} options=(${2:+-k "$2"})
+  local log=$Logs/system-$flavour-$suite.log
   if ! lab/build "$flavour" >"$log" 2>&1; then
     lose "build of the lab's service, $flavour" "$log"
     return
@@ -92,16 +95,17 @@ begin_system() { # FLAVOUR [NAME]
   if [ -z "${2-}" ] || [ "$(pytest --collect-only -k "$2" | grep -c ::)" -gt 3 ]; then
     options+=(-n 6 --durations 5)
   fi
-  VANTRELL_FLAVOUR=$flavour pytest "${options[@]}" >"$log" 2>&1 &
-  system_job=$!
+  VANTRELL_FLAVOUR=$flavour VANTRELL_LAB_SUITE=$suite pytest "${options[@]}" >"$log" 2>&1 &
+  system_jobs[$flavour-$suite]=$!
 }
 
 # Waits for the system tests, shows their output and counts them.
-end_system() { # FLAVOUR
-  local log=$Logs/system-$1.log result=0 lost
-  [ -n "$system_job" ] || return
-  heading "System tests on booted machines, $1"
-  wait "$system_job" || result=$?
+end_system() { # FLAVOUR [SUITE]
+  local suite=${2:-$Suite} result=0 lost
+  local job=${system_jobs[$1-$suite]-} log=$Logs/system-$1-$suite.log
+  [ -n "$job" ] || return
+  heading "System tests on booted machines, $1, $suite"
+  wait "$job" || result=$?
   grep -vE '^(bringing up|scheduling|$)' "$log"
   tail -n 1 "$log" >"$log.summary"
   lost=$(($(number_of failed "$log.summary") + $(number_of 'errors?' "$log.summary")))
@@ -164,6 +168,9 @@ everything() {
   # Under the sanitizers only tests that run all threads, and one whole apply; under that of
   # addresses also those that read faulty and hostile input.
   local threads='test_service or test_seat or each_user'
+  # On Debian 13: an install by each part of the package, from the first to the removal.
+  local newer='confined_service_sets or package_starts or timer_installs or poweroff_waits'
+  newer="$newer or rolled_back_wherever or all and unpacking"
   # The system tests of a flavour run while the next step builds.
   begin_system release
   checks
@@ -173,7 +180,9 @@ everything() {
   unit_tests tsan
   end_system asan
   begin_system tsan "$threads"
+  begin_system release "$newer" trixie
   end_system tsan
+  end_system release trixie
 }
 
 case "${1-all} $#" in
