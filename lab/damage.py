@@ -28,7 +28,8 @@ TO_COPY = {
 _BEFORE_STATE = (f"old=$(cut -d ' ' -f 1 {KEPT}/state) && "
                  "new=$(sha256sum /root/1.2.deb | cut -d ' ' -f 1) && "
                  f"cp /root/1.2.deb {KEPT}/$new.deb && echo $new $old >{KEPT}/state")
-_BEFORE_MOVE = f"{_BEFORE_STATE}; mv {COPY} {COPY}.new; cp /root/1.2.deb {COPY}"
+_BEFORE_MOVE = (f"{_BEFORE_STATE}; touch {KEPT}/begun; mv {COPY} {COPY}.new; "
+                f"cp /root/1.2.deb {COPY}")
 IN_RESCUE = {
     "before the state": _BEFORE_STATE,
     "before the last move": _BEFORE_MOVE,
