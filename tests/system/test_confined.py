@@ -12,7 +12,7 @@ from lab.last_look import last_look
 from lab.machine import SERVICE
 from lab.outside_world import BLOBS
 from lab.releases import DEB, DIGEST, README, fact, package
-from lab.service_view import (CLIENT, CONFIG, COPY, INSTALL, STAGING, STATE, restart,
+from lab.service_view import (CLIENT, CONFIG, COPY, INSTALL, STAGING, STATE, main_pid, restart,
                               until_logged)
 from lab.stubs import unstub
 from lab.update_steps import (client_requests_apply, refusal, request_apply, said, shut_window,
@@ -41,6 +41,8 @@ def confined(quiet):
 def test_a_confined_service_sets_the_ring_installs_judges_and_takes_back(confined):
     machine = confined
     assert machine.succeeds(["systemd-analyze", "security", "--threshold=30", SERVICE])
+    write = f"nsenter -t {main_pid(machine)} -m touch /run/x /dev/shm/x /var/lib/x"
+    assert machine.run(write, check=False).count("Read-only file system") == 3
     assert machine.send("SETRING beta") == "OK"
     assert machine.read(CONFIG).endswith("Channel=beta\n")
     assert machine.send("SETRING prod") == "OK"
