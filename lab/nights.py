@@ -140,9 +140,11 @@ def spend_night(life, number, event):
     if event.good:
         life.good = version
         life.rescued = False
-    if event.options[:1] == ("--daemon",):
-        life.rescued = True
-        life.good = life.recorded  # the last one that is known to run
+    if event.options:
+        # What is installed again is the release that was recorded last. The one before this night
+        # is not recorded if its install has outlived the service.
+        life.good = life.recorded
+        life.rescued = life.rescued or event.options[0] == "--daemon"
 
 
 def disturb_install(life, victim):
