@@ -87,18 +87,20 @@ class MisbehavingServer(socketserver.ThreadingMixIn, socketserver.UnixStreamServ
         self.server_close()
 
 
-def serve_by_hand(machine):
-    """A server on port 8443 of every host. It accepts one connection; its pipes carry that."""
-    server = machine.popen(["openssl", "s_server", "-quiet", "-naccept", "1", "-accept", "8443",
-                            "-cert", "/etc/lab/server.crt", "-key", "/etc/lab/server.key"],
+def serve_by_hand(machine, connections=1):
+    """A server on port 8443 of every host. Its pipes carry so many connections, one by one."""
+    server = machine.popen(["openssl", "s_server", "-quiet", "-naccept", str(connections),
+                            "-accept", "8443", "-cert", "/etc/lab/server.crt", "-key",
+                            "/etc/lab/server.key"],
                            stdin=subprocess.PIPE, stdout=subprocess.PIPE, bufsize=0)
     machine.run("until ss -Hltn sport = :8443 | grep -q .; do sleep 0.02; done")
     return server
 
 
-def answer_by_hand(server, body):
-    """Answers with status 200."""
-    server.stdin.write(b"HTTP/1.1 200 OK\r\nContent-Length: %d\r\n\r\n%s" % (len(body), body))
+def answer_by_hand(server, body, missing=0):
+    """Answers with status 200; so many of the announced bytes do not come."""
+    server.stdin.write(b"HTTP/1.1 200 OK\r\nContent-Length: %d\r\n\r\n%s"
+                       % (len(body) + missing, body))
 
 
 def request_to(server, end):

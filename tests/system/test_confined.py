@@ -4,14 +4,14 @@ import pytest
 
 from lab import log_lines as log
 from lab.client_log import client_starts, only_client, told_to_end, wait_for_client
-from lab.confined import SHIM, change_before_apt_get, confine
+from lab.confined import SHIM, begin_pass_by_hand, confine, hold_apt_get, overwrite_package
 from lab.footprint import package_state
 from lab.held_install import run_at_gate, stage_held
 from lab.kill_rounds import VICTIMS
 from lab.last_look import last_look
 from lab.machine import SERVICE
 from lab.outside_world import BLOBS
-from lab.releases import DEB, DIGEST, README, fact, package
+from lab.releases import DEB, DIGEST, README, ROOT, fact, package, release
 from lab.service_view import (CLIENT, CONFIG, COPY, INSTALL, STAGING, STATE, main_pid, restart,
                               until_logged)
 from lab.stubs import unstub
@@ -111,9 +111,14 @@ UNPROVED = ("swap failed; the previous version was left in place (apt-get exited
 def test_a_package_that_changes_after_the_check_is_not_installed(confined):
     machine = confined
     machine.push(package("1.1", "--preinst", "touch /run/altered"), ALTERED)
-    change_before_apt_get(machine, f"cp {ALTERED} {STAGED}")
-    stage(machine, "1.1", files=[README])
-    assert refusal(machine, request_apply(machine)) == UNPROVED.format(
+    altered = machine.run(["cat", ALTERED], binary=True)
+    hold_apt_get(machine, f"cmp -n {len(altered)} {ALTERED} {STAGED}")
+    server = begin_pass_by_hand(machine, release("1.1", files=[README]))
+    stage(machine, "1.1", fresh=False, files=[README])
+    lines = request_apply(machine)
+    machine.run(f"until find /proc/{main_pid(machine)}/root/tmp/held; do sleep 0.05; done")
+    overwrite_package(server, (ROOT / "README.md").read_bytes(), altered)
+    assert refusal(machine, lines) == UNPROVED.format(
         "witness 1 disagrees for 1.1/client-linux-amd64")
     assert package_state(machine) == "installed ok 1.0"
     assert not machine.exists("/run/altered")
