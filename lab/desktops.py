@@ -40,5 +40,6 @@ def start_as_kiosk(machine, user):
 
 
 def end_all(machine):
-    """Ends all sessions, managers of users and kiosks."""
-    machine.run(["systemctl", "stop", "kiosk@*", "session-*.scope", "user@*"])
+    """Ends all sessions, managers of users and kiosks; then every user can log in anew."""
+    machine.run("systemctl stop 'kiosk@*' 'session-*.scope' 'user@*'\n"
+                "while loginctl list-users --no-legend | grep -q .; do sleep 0.1; done")
