@@ -63,11 +63,13 @@ EVENTS = {
 
 
 class Life:
-    """A machine, alice's session on it, the version it should run and the last recorded one."""
+    """A machine, alice's session on it, and the version that it should run."""
 
     def __init__(self, machine):
         self.machine = machine
-        self.good = self.recorded = "1.0"
+        self.good = "1.0"
+        # Its install may have outlived the service, which has not recorded it then.
+        self.is_good_unrecorded = False
         self.offered = 0
         self.session = None
         make_noon(machine, SHUT)
@@ -139,12 +141,10 @@ def spend_night(life, number, event):
         machine.run(["systemctl", "start", WINDOW])
     if event.good:
         life.good = version
+        life.is_good_unrecorded = event.meanwhile != ""
         life.rescued = False
-    if event.options:
-        # What is installed again is the release that was recorded last. The one before this night
-        # is not recorded if its install has outlived the service.
-        life.good = life.recorded
-        life.rescued = life.rescued or event.options[0] == "--daemon"
+    if event.options[:1] == ("--daemon",):
+        life.rescued = True
 
 
 def disturb_install(life, victim):
@@ -176,13 +176,14 @@ def look(life, event):
     machine = life.machine
     set_window(machine, SHUT)
     wait_until_whole(machine)
+    record = recorded(machine)
+    if event.options and life.is_good_unrecorded:  # the way back leads to a recorded release
+        life.good = record[0].split("_")[1]
     assert package_state(machine) == f"installed ok {life.good}", package_state(machine)
     failed = [RESCUE] if life.rescued else []
     wait_until(lambda: failed_units(machine) == failed, f"failed units: {failed}")
-    record = recorded(machine)
     size = int(machine.run(["stat", "--format=%s", COPY])) if record else 0
     assert not record or record[1] == digest_of(machine, COPY), "the rollback copy is another one"
-    life.recorded = record[0].split("_")[1] if record else life.recorded
     used = int(machine.run(f"du --bytes --total --summarize {STATE} {KEPT}").split()[-2])
     assert used < PACKAGES * (size + 2 ** 20), f"{used} bytes are kept"
     if life.session is None:  # the machine was switched off, and nobody has logged in since
