@@ -2,7 +2,6 @@
 
 #include <signal.h>
 
-#include <clocale>
 #include <cstdio>
 #include <cstdlib>
 #include <string_view>

@@ -36,7 +36,8 @@ bool TakeLock(int file) {
 ServicePause::ServicePause() {
   for (const int number : {SIGHUP, SIGINT, SIGQUIT, SIGTERM}) signal(number, SIG_IGN);
   if (!RunSystemctl("stop")) return;
-  repairLock_ = Descriptor(open(RepairLock, O_RDWR | O_CREAT | O_CLOEXEC, 0644));
+  // As the repair makes it: a user who could open it, even for reading, could hold it.
+  repairLock_ = Descriptor(open(RepairLock, O_RDWR | O_CREAT | O_CLOEXEC, 0600));
   isComplete_ = repairLock_ && TakeLock(repairLock_.Number());
 }
 
