@@ -2,11 +2,11 @@
 
 #include <unistd.h>
 
-#include <cerrno>
 #include <cstdarg>
 #include <cstdio>
 #include <string>
-#include <string_view>
+
+#include "base/write_output.h"
 
 namespace Vantrell {
 namespace {
@@ -23,16 +23,6 @@ __attribute__((format(printf, 1, 0))) std::string FormatText(const char* format,
   return text;
 }
 
-// A stop signal can interrupt the write of a full pipe. The rest of the line must still follow.
-void WriteAll(int descriptor, std::string_view text) {
-  while (!text.empty()) {
-    const ssize_t written = write(descriptor, text.data(), text.size());
-    if (written < 0 && errno == EINTR) continue;
-    if (written <= 0) return;
-    text.remove_prefix(static_cast<size_t>(written));
-  }
-}
-
 }  // namespace
 
 void LogLine(const char* format, ...) {
@@ -42,6 +32,7 @@ void LogLine(const char* format, ...) {
   va_end(arguments);
   // The lock is for a line that needs more than one write: lines of other threads must not mix in.
   flockfile(stderr);
+  // A stop signal can interrupt the write of a full pipe. The rest of the line must still follow.
   WriteAll(STDERR_FILENO, line);
   funlockfile(stderr);
 }

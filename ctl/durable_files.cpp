@@ -11,6 +11,7 @@
 
 #include "base/descriptor.h"
 #include "base/read_input.h"
+#include "base/write_output.h"
 
 namespace Vantrell::Control {
 namespace {
@@ -20,16 +21,6 @@ constexpr size_t BlockBytes = 65536;
 bool FailAt(const std::string& path, std::string& error) {
   error = path + ": " + strerror(errno);
   return false;
-}
-
-bool WriteAll(int file, std::string_view rest) {
-  while (!rest.empty()) {
-    const ssize_t written = write(file, rest.data(), rest.size());
-    if (written < 0 && errno == EINTR) continue;
-    if (written <= 0) return false;
-    rest.remove_prefix(static_cast<size_t>(written));
-  }
-  return true;
 }
 
 Descriptor OpenNewFile(const std::string& path, mode_t mode) {
