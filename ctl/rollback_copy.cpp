@@ -17,8 +17,8 @@ std::string RollbackCopyState() {
   if (access(RollbackCopyPath().c_str(), F_OK) != 0) return "missing";
   std::string digest;
   if (!Sha256File(RollbackCopyPath(), digest)) return "damaged";
-  const std::string record = ReadWholeFile(InstalledRecordPath());
-  return record.find(".deb " + digest + "\n") == std::string::npos ? "damaged" : "proved";
+  const std::string recorded = RecordedPackageHash(ReadWholeFile(InstalledRecordPath()));
+  return digest == recorded ? "proved" : "damaged";
 }
 
 bool PlaceRollbackCopy(const std::string& source, const std::string& name, std::string& error) {

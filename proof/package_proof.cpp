@@ -2,7 +2,6 @@
 
 #include <sys/stat.h>
 
-#include <algorithm>
 #include <string_view>
 #include <utility>
 #include <vector>
@@ -10,10 +9,10 @@
 #include "apply/staged_set.h"
 #include "base/deployment.h"
 #include "base/file_content.h"
-#include "base/lines.h"
 #include "settings/settings_file.h"
 #include "trust/digest.h"
 #include "trust/witness_quorum.h"
+#include "update/installed_record.h"
 #include "update/state_directory.h"
 
 namespace Vantrell {
@@ -33,7 +32,7 @@ bool ProveRollbackCopy(const std::string& copy, std::string& error) {
     error = "its copy cannot be read";
     return false;
   }
-  if (RecordsPackage(ReadWholeFile(InstalledRecordPath()), hash)) return true;
+  if (RecordedPackageHash(ReadWholeFile(InstalledRecordPath())) == hash) return true;
   error = "it is not the package that was accepted last";
   return false;
 }
@@ -69,13 +68,6 @@ bool DescribeStagedRelease(const std::string& releaseDir, const std::string& nam
   }
   if (!found) error = name + " is not staged";
   return found;
-}
-
-bool RecordsPackage(const std::string& record, const std::string& hash) {
-  const std::vector<std::string> lines = SplitLines(record);
-  const std::string end = ".deb " + hash;
-  return std::any_of(lines.begin(), lines.end(),
-                     [&end](const std::string& line) { return line.ends_with(end); });
 }
 
 bool ProvePackage(const std::string& path, const std::string& copy, std::string& error) {

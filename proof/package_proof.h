@@ -37,8 +37,4 @@ namespace Vantrell {
                                          const std::string& copy, UpdateManifest& manifest,
                                          std::string& error);
 
-// Whether the record of the accepted release, the text of installed.sha256, has a package with this
-// hash.
-[[nodiscard]] bool RecordsPackage(const std::string& record, const std::string& hash);
-
 }  // namespace Vantrell

@@ -16,4 +16,9 @@ std::string InstalledRecordLine(const ManifestFile& file);
 // the text: "ax.deb HASH" lists x.deb too. An empty record lists nothing.
 [[nodiscard]] bool ListsEveryFile(const std::string& record, const UpdateManifest& manifest);
 
+// The hash of the package in the record, which the rollback copy must have: 64 hexadecimal digits,
+// or nothing. After a failed build of the service was taken back, the record lists two packages,
+// and the first is the installed one.
+std::string RecordedPackageHash(const std::string& record);
+
 }  // namespace Vantrell

@@ -51,11 +51,4 @@ TEST(PackageProof, DescribesAReleaseWithTheCopyInPlaceOfThePackage) {
   EXPECT_EQ(error, "c.deb is not staged");
 }
 
-TEST(PackageProof, TakesOnlyAPackageFromTheRecord) {
-  const std::string record = "notes " + OtherHash + "\na.deb " + NewHash + "\n";
-  EXPECT_TRUE(RecordsPackage(record, NewHash));
-  EXPECT_FALSE(RecordsPackage(record, OtherHash));
-  EXPECT_FALSE(RecordsPackage("", NewHash));
-}
-
 }  // namespace Vantrell

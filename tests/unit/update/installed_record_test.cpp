@@ -11,4 +11,12 @@ TEST(InstalledRecord, ListsFilesByTheirLineAnywhere) {
   EXPECT_FALSE(ListsEveryFile("", {}));
 }
 
+TEST(InstalledRecord, NamesTheHashOfItsFirstPackage) {
+  const std::string installed(64, 'a');
+  const std::string failed(64, 'b');
+  const std::string record = "notes " + failed + "\nx.deb " + installed + "\n";
+  EXPECT_EQ(RecordedPackageHash(record + "y.deb " + failed + "\n"), installed);
+  EXPECT_EQ(RecordedPackageHash("x.deb " + std::string(64, 'A') + "\nx.deb aa\n"), "");
+}
+
 }  // namespace Vantrell
