@@ -4,7 +4,8 @@ import contextlib
 import subprocess
 import threading
 
-from lab.machine import SOCKET
+from lab.machine import SERVICE, SOCKET
+from lab.outside_world import UPDATES
 from lab.service_by_hand import start_by_hand
 from lab.service_view import CLIENT, ask, main_pid
 
@@ -15,6 +16,8 @@ _ASKING_HOOK = """DPkg::Pre-Install-Pkgs {
   "[ $APT_LISTBUGS_FRONTEND$APT_LISTCHANGES_FRONTEND = nonenone ]"; };"""
 _TAKE_NAMES = f"""start=$(date +%s); for second in {{0..99}}; do systemd-run --user --quiet \\
   --remain-after-exit --unit={UNIT_NAME}$((start + second)) true & done; wait"""
+_FLOOD = f"""prlimit --as={2 ** 30} --pid $(systemctl show --value -p MainPID {SERVICE})
+while echo CHECK | nc -U -N -w 1 {SOCKET} | grep checking; do :; done"""
 _FOREIGN = """mkdir -p /root/foreign/DEBIAN && cd /root && cat >foreign/DEBIAN/control <<'END'
 Package: foreign
 Version: 1
@@ -58,6 +61,16 @@ def add_asking_hook(machine):
     machine.write("/etc/apt/apt.conf.d/hook", _ASKING_HOOK)
 
 
+def abort_by_flood(machine):
+    """Ends the service by checks that use up its address space; returns when it serves again."""
+    machine.misbehave(UPDATES, None, "mute")
+    lines = len(machine.log())
+    machine.run(_FLOOD)
+    machine.wait_for_log("ended with status ABRT", after=lines)
+    machine.wait_for_log("listening on", after=lines)
+    machine.behave()
+
+
 def take_unit_names(session):
     """Has the user's manager run a unit of every name that a client of the next 99 s can get."""
     session.run(_TAKE_NAMES)
@@ -87,9 +100,10 @@ def remove_socket(machine):
 
 
 @contextlib.contextmanager
-def pretend_install(machine, user="root"):
-    """Runs a process that looks like the apt-get of the service, except for its user."""
-    machine.run("cp /usr/bin/sleep /run/apt-get")
+def pretend_install(machine, user="root", mode="755"):
+    """Runs a process that looks like the apt-get of the service, but for its user or its mode."""
+    machine.run("cp --remove-destination /usr/bin/sleep /run/apt-get; "
+                f"chmod {mode} /run/apt-get")
     mark = {"VANTRELL_UPDATE_APPLY": "1"}
     with machine.popen(["/run/apt-get", "600"], user, mark) as process:
         try:

@@ -6,6 +6,7 @@ from lab import log_lines as log
 from lab.check_pass import check
 from lab.control_program import facts
 from lab.damage import IN_RESCUE, KEPT_CUT, NO_ROOM_FOR_PACKAGE
+from lab.disturbances import abort_by_flood
 from lab.footprint import package_state
 from lab.machine import SERVICE
 from lab.releases import package
@@ -14,6 +15,7 @@ from lab.service_view import (COPY, KEPT, LOCKS, RECORD, REPAIR, RESCUE, ask, di
 from lab.update_steps import accept, request_apply, said, stage
 
 DEAD = ("--daemon", "exit 127")
+FAILURES = "/run/vantrell-harbor-rescue.failures"
 TOLD = ("a new build of the service did not run, and the earlier one was installed again; this "
         "ends with a newer release")
 Broken = namedtuple("Broken", "version daemon ends seconds")
@@ -59,6 +61,9 @@ def test_a_build_that_does_not_run_is_taken_back(quiet):
     for _ in range(4):
         restart(machine)
         end_unexpectedly(machine, "KILL")  # as the kernel does when memory is short
+    restart(machine)
+    machine.run(f"echo 2 >{FAILURES}")
+    abort_by_flood(machine)
     assert ask(machine, "STATUS") == "IDLE - "
     assert package_state(machine) == "installed ok 1.6"
     prove(machine)
@@ -68,7 +73,7 @@ def test_a_build_that_does_not_run_is_taken_back(quiet):
         assert file_kind(machine, lock) == "regular empty file 600 root", lock
 
     accept(machine, "1.7")
-    machine.run(f"systemctl stop {SERVICE}; echo 3 >/run/vantrell-harbor-rescue.failures")
+    machine.run(f"systemctl stop {SERVICE}; echo 3 >{FAILURES}")
     machine.install(package("1.6"), "--allow-downgrades")
     restart(machine)
     assert package_state(machine) == "installed ok 1.6"
