@@ -39,7 +39,8 @@ def record(machine, tool, script=REAL_TOOL):
 
 
 def calls(machine, tool):
-    """The recorded calls of a tool, in their order."""
+    """The recorded calls of a tool by the service, in their order."""
     recorded = [call.split("\1") for call in machine.read(f"/run/calls-{tool}").split("\2")[:-1]]
     return [Call(line.split("\0")[2:-1], environment.split("\0")[:-1])
-            for line, environment in recorded]
+            for line, environment in recorded
+            if "\0EXIT_STATUS=" not in "\0" + environment]  # which only scripts of the unit have
