@@ -1,6 +1,7 @@
 """Fixtures for pytest: machines with client 1.0 and the service installed from a package."""
 
 import contextlib
+import itertools
 
 import pytest
 
@@ -10,10 +11,20 @@ from lab.service_view import log_exit_status
 from lab.update_steps import shut_window
 
 
+def pytest_configure(config):
+    config.addinivalue_line("markers", "long: takes minutes, so it begins early")
+
+
+@pytest.hookimpl(trylast=True)
 def pytest_collection_modifyitems(items):
     reason = missing_requirements()
     for item in items if reason else []:
         item.add_marker(pytest.mark.skip(reason=reason))
+    # Each worker gets two tests at the beginning. A long one is the first of the two.
+    long = [item for item in items if item.get_closest_marker("long")]
+    short = [item for item in items if item not in long]
+    pairs = itertools.zip_longest(long, short[:len(long)])
+    items[:] = [item for pair in pairs for item in pair if item] + short[len(long):]
 
 
 @pytest.fixture

@@ -135,6 +135,7 @@ def expect_refusal(machine, error):
     assert footprint(machine) == before
 
 
+@pytest.mark.long
 def test_a_refused_install_gives_its_reason_and_changes_nothing(machine):
     assert machine.send("APPLY") == "ERR nothing is staged"
     start_client(machine, "alice")

@@ -38,6 +38,7 @@ def confined(quiet):
     return quiet
 
 
+@pytest.mark.long
 def test_a_confined_service_sets_the_ring_installs_judges_and_takes_back(confined):
     machine = confined
     assert machine.succeeds(["systemd-analyze", "security", "--threshold=30", SERVICE])

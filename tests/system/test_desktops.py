@@ -41,6 +41,7 @@ def assert_each_has_one_client(machine, places):
     assert sorted(clients) == sorted(([place.user], True) for place in places)
 
 
+@pytest.mark.long
 def test_a_bad_release_is_rolled_back_wherever_its_client_runs(machine):
     accept(machine, "1.1")
     stage(machine, "1.2", "--behaviour", "die-after 1")

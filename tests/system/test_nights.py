@@ -33,6 +33,7 @@ USERS = ["alice", "bob"]
 UNITS = "systemctl --user --machine={}@.host list-units --all --no-legend 'vantrell-harbor*'"
 
 
+@pytest.mark.long
 @pytest.mark.usefixtures("quiet")
 def test_every_night_without_a_logout_judges_the_new_client_and_leaves_one(machine):
     start_client(machine, "alice", "alice's")
@@ -63,6 +64,7 @@ def test_a_relaunched_client_that_is_closed_or_crashes_stays_closed_and_leaves_n
     assert running_clients(machine) == []
 
 
+@pytest.mark.long
 @pytest.mark.skipif(kill_rounds.missing() != "", reason=kill_rounds.missing())
 def test_a_machine_is_right_in_each_morning_of_a_week():
     with Machine(changes(), durable=True) as machine:

@@ -147,6 +147,7 @@ def test_the_timer_brings_back_the_socket_that_a_second_instance_removed(machine
     assert machine.run(["systemctl", "is-active", SOCKET_UNIT, SERVICE]) == "active\n" * 2
 
 
+@pytest.mark.long
 @pytest.mark.skipif(kill_rounds.missing() != "", reason=kill_rounds.missing())
 def test_a_machine_is_whole_after_kills_at_any_moment():
     with Machine(durable=True) as machine:

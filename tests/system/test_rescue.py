@@ -2,6 +2,8 @@
 
 from collections import namedtuple
 
+import pytest
+
 from lab import log_lines as log
 from lab.check_pass import check
 from lab.control_program import facts
@@ -39,6 +41,7 @@ def prove(machine):
     machine.run(f"systemctl start {REPAIR}; systemctl start {REPAIR}")
 
 
+@pytest.mark.long
 def test_a_build_that_does_not_run_is_taken_back(quiet):
     machine = quiet
     accept(machine, "1.1")
@@ -97,6 +100,7 @@ def test_a_rescue_that_was_killed_is_completed_by_the_next_start(quiet):
         assert machine.run(f"ls {KEPT} $(dirname {COPY})").count(".deb") == 2, moment
 
 
+@pytest.mark.long
 def test_a_build_without_a_package_to_go_back_to_waits_for_a_hand(quiet):
     machine = quiet
     lines = install(machine, "1.0.1", *DEAD)  # the first release: no package is known
