@@ -168,6 +168,12 @@ unit_tests() { # PRESETS [CTEST OPTION...]
   for preset in $1; do unit "$preset" "${@:2}"; done
 }
 
+fuzzing() {
+  heading "Fuzzing, 10 s each"
+  local target
+  for target in fuzz/seeds/*; do check "fuzzing, ${target##*/}" fuzz/run "${target##*/}" 10; done
+}
+
 system_tests() { # FLAVOUR [NAME]
   begin_system "$@"
   end_system "$1"
@@ -186,6 +192,7 @@ everything() {
   checks
   unit_tests asan
   begin_system asan "$threads or hostile or fault_of_a_server or full_disk"
+  fuzzing
   unit_tests tsan
   begin_system tsan "$threads"
   begin_system release "$newer" trixie

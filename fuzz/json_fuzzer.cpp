@@ -1,26 +1,17 @@
 // Feeds arbitrary bytes to the JSON parser. A refusal must name a position in the text. An accepted
 // value must be equal after a dump and a second parse, except for the digits of its numbers.
-//
-//   cmake --preset asan && cmake --build --preset asan --target json_fuzzer
-//   build/asan/fuzz/json_fuzzer -max_total_time=60
 
 #include <cmath>
 #include <cstdint>
-#include <cstdio>
 #include <cstdlib>
 #include <string>
 
+#include "fuzz/require.h"
 #include "json/json_parser.h"
 #include "json/json_serializer.h"
 
 namespace Vantrell {
 namespace {
-
-void Require(bool holds, const char* what) {
-  if (holds) return;
-  fprintf(stderr, "json_fuzzer: %s\n", what);
-  abort();
-}
 
 void CheckError(const std::string& error, size_t textSize) {
   const std::string mark = " at offset ";
