@@ -40,7 +40,7 @@ certificate() { # NAME AUTHORITY SUBJECT_NAMES
     -extfile extensions -out "$1.crt"
 }
 ours=DNS:updates.vantrell.example,DNS:downloads.vantrell.example
-ours=$ours,DNS:storage.vantrell.example,DNS:blobs.vantrell.example
+ours=$ours,DNS:storage.vantrell.example,DNS:blobs.vantrell.example,DNS:mirror.site.example
 authority lab-authority
 authority unknown-authority
 certificate server lab-authority $ours
