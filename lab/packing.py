@@ -91,10 +91,10 @@ def make_publisher_files(folder):
     subprocess.run(["sh", "-ec", _PUBLISHER_FILES], cwd=folder, check=True)
 
 
-def command_blocks(section):
-    """The indented blocks of a section of docs/publishing.md, with its subsections, as scripts."""
-    page = (ROOT / "docs/publishing.md").read_text()
-    text = re.search(rf"^## {section}\n(.*?)(?=^## )", page, re.M | re.S).group(1)
+def command_blocks(section, page="publishing"):
+    """The indented blocks of a section of a page in docs/, with its subsections, as scripts."""
+    page = (ROOT / f"docs/{page}.md").read_text()
+    text = re.search(rf"^## {section}\n(.*?)(?=^## |\Z)", page, re.M | re.S).group(1)
     return [block.group() for block in re.finditer(r"(^    .*\n)+", text, re.M)]
 
 
