@@ -6,8 +6,8 @@ cd "$(dirname "$(readlink -f "$0")")" || exit
 usage() {
   cat <<'TEXT'
 usage: ./test.sh                  everything
-       ./test.sh quick            C++ layout, includes, dev build, unit tests: seconds once built
-       ./test.sh checks           layout, includes, shell scripts, Python, static analysis
+       ./test.sh quick            layout, includes, pages, dev build, unit tests: seconds once built
+       ./test.sh checks           layout, includes, pages, shell scripts, Python, static analysis
        ./test.sh unit [NAME]      unit tests under the sanitizers: with clang++ and with g++;
                                   NAME: only tests whose name contains it, in the dev build
        ./test.sh system [NAME]    system tests on booted machines;
@@ -143,6 +143,7 @@ quick() {
   heading "Quick checks"
   check 'C++ layout' cpp_layout
   check 'includes' scripts/check-includes
+  check 'pages' scripts/check-pages
   unit dev
 }
 
@@ -150,6 +151,7 @@ checks() {
   heading "Checks"
   check 'C++ layout' cpp_layout
   check 'includes' scripts/check-includes
+  check 'pages' scripts/check-pages
   check 'shell scripts' shell_check
   check 'Python' python_lint
   check 'Python layout' python_layout
