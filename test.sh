@@ -134,6 +134,12 @@ cpp_layout() { files '*.h' '*.cpp' '*.c' | xargs clang-format --dry-run -Werror;
 shell_check() { scripts_of '(ba)?sh' | xargs shellcheck; }
 python_lint() { python_files | xargs flake8; }
 python_layout() { python_files | xargs autopep8 --diff --exit-code --jobs 0; }
+manual_pages() {
+  local socket=build/vantrell-harbor-control-socket.7
+  packaging/man/from-markdown -v name=vantrell-harbor-control-socket -v date=2026-11-22 \
+    docs/control-socket.md >$socket &&
+    files '*.[1-8]' | xargs mandoc -T lint -W warning $socket
+}
 tidy() { # Without a line for each file, so that the findings are at the end of the log.
   build asan && run-clang-tidy -quiet -j "$(nproc)" -p build/asan "^$PWD/(?!build/)" 2>&1 |
     sed '/^clang-tidy/d; / warnings\{0,1\} generated\.$/d'
@@ -153,6 +159,7 @@ checks() {
   check 'includes' scripts/check-includes
   check 'pages' scripts/check-pages
   check 'shell scripts' shell_check
+  check 'manual pages' manual_pages
   check 'Python' python_lint
   check 'Python layout' python_layout
 }
