@@ -1,7 +1,6 @@
 #include "ctl/durable_files.h"
 
 #include <fcntl.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -33,25 +32,20 @@ bool SyncDirectoryOf(const std::string& path) {
   return directory && fsync(directory.Number()) == 0;
 }
 
-bool CopyContent(int from, int to) {
-  bool isWritten = true;
-  const auto take = [&](std::string_view block) { isWritten = isWritten && WriteAll(to, block); };
-  return ReadToEnd(from, BlockBytes, take) && isWritten;
-}
-
 }  // namespace
 
-bool CopyToNewFile(const std::string& source, const std::string& target, mode_t mode,
-                   std::string& error) {
+bool CopyToNewFile(const std::string& source, const std::string& target, std::string& error) {
   const Descriptor from(open(source.c_str(), O_RDONLY | O_CLOEXEC));
   if (!from) return FailAt(source, error);
-  const Descriptor to = OpenNewFile(target, mode);
+  const Descriptor to = OpenNewFile(target, 0600);
   if (!to) return FailAt(target, error);
-  if (CopyContent(from.Number(), to.Number()) && fchmod(to.Number(), mode) == 0 &&
-      fsync(to.Number()) == 0) {
-    return true;
-  }
-  FailAt(target, error);
+  bool isWritten = true;
+  const auto take = [&](std::string_view block) {
+    isWritten = isWritten && WriteAll(to.Number(), block);
+  };
+  const bool isRead = ReadToEnd(from.Number(), BlockBytes, take);
+  if (isRead && isWritten && fsync(to.Number()) == 0) return true;
+  FailAt(isRead ? target : source, error);
   unlink(target.c_str());
   return false;
 }

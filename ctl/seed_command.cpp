@@ -19,6 +19,8 @@
 namespace Vantrell::Control {
 namespace {
 
+constexpr char SeedLock[] = "/run/vantrell-harbor-seed.lock";
+
 std::string CandidatePath() { return std::string(StateDir) + "/rollback-candidate.deb"; }
 
 // The record has one line for each file, with a blank before the hash.
@@ -51,7 +53,7 @@ int PlaceWhileStopped(const std::string& name) {
 int CopyAndPlace(const std::string& package, const std::string& name) {
   std::string error;
   unlink(CandidatePath().c_str());  // of a run that was killed
-  if (!CopyToNewFile(package, CandidatePath(), 0644, error)) {
+  if (!CopyToNewFile(package, CandidatePath(), error)) {
     return Fail(ExitCannotTell, "the package cannot be copied (" + error + ")");
   }
   // The copy is compared, not the package: another user may be able to change that one.
@@ -71,11 +73,12 @@ int RunSeed(const Arguments& arguments) {
         "vantrell-harbor_1.0_amd64.deb");
   }
   if (!RequireRoot()) return ExitCannotTell;
-  MakeDirs(StateDir, 0755);
-  const Descriptor state(open(StateDir, O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-  if (!state || flock(state.Number(), LOCK_EX | LOCK_NB) != 0) {
+  // Not the state directory: a user who can open a file, even for reading, can hold its lock.
+  const Descriptor lock(open(SeedLock, O_RDWR | O_CREAT | O_CLOEXEC, 0600));
+  if (!lock || flock(lock.Number(), LOCK_EX | LOCK_NB) != 0) {
     return Fail(ExitCannotTell, "another seed runs; wait for its end");
   }
+  MakeDirs(StateDir, 0755);
   const int status = CopyAndPlace(package, name);
   unlink(CandidatePath().c_str());
   if (status != ExitWell) return status;

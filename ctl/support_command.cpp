@@ -63,7 +63,7 @@ int WriteArchive(const std::string& temporary, const std::string& target) {
   if (RunProcess({"tar", "-C", temporary, "-czf", archive, "vantrell-support"}, {}, output) != 0) {
     return Fail(ExitCannotTell, "tar fails: " + PrintableText(LastLine(output)));
   }
-  if (CopyToNewFile(archive, target, 0600, error)) return ExitWell;
+  if (CopyToNewFile(archive, target, error)) return ExitWell;
   return Fail(ExitCannotTell, "the archive cannot be written (" + PrintableText(error) + ")");
 }
 

@@ -95,13 +95,14 @@ def test_a_rollback_copy_is_made_of_the_installed_package_only(machine):
     assert units(machine) == before
 
     machine.run(f"mkdir -p {STATE}/client-rollback; echo old | "
-                f"tee {COPY} {STATE}/rollback-candidate.deb")
+                f"tee {COPY} {STATE}/rollback-candidate.deb; "
+                f"systemd-run -p Type=exec --uid=alice flock {STATE} sleep infinity")
     assert control(machine, f"seed {PACKAGE}").status == 0
     assert machine.read(RECORD) == f"{NAME} {digest_of(machine, PACKAGE)}\n"
     assert facts(machine)["rollback_copy"] == "proved"
     after = units(machine)
     assert after == before._replace(socket_start=after.socket_start, pid=after.pid)
-    left = {"client-rollback 700", "client-rollback/previous.deb 644", "installed.sha256 644",
+    left = {"client-rollback 700", "client-rollback/previous.deb 600", "installed.sha256 644",
             "machine-id 644"}
     assert {*kept(machine)} - {"install-id 644"} == left  # of a first check on a slow machine
 
