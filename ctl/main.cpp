@@ -1,7 +1,5 @@
 // vantrell-harbor-updatectl: shows and steers the update service of this machine.
 
-#include <signal.h>
-
 #include <cstdio>
 #include <cstdlib>
 #include <string_view>
@@ -70,6 +68,8 @@ int main(int count, char** words) {
   // The programs that this one runs must be the system's, and their output must not be translated.
   setenv("PATH", "/usr/sbin:/usr/bin:/sbin:/bin", 1);
   setenv("LC_ALL", "C.UTF-8", 1);
-  signal(SIGPIPE, SIG_IGN);
-  return Vantrell::Control::Run({words + 1, words + count});
+  const int status = Vantrell::Control::Run({words + 1, words + count});
+  if (fflush(stdout) == 0 && ferror(stdout) == 0) return status;
+  return Vantrell::Control::Fail(Vantrell::Control::ExitCannotTell,
+                                 "the standard output cannot be written");
 }

@@ -34,7 +34,9 @@ bool TakeLock(int file) {
 }  // namespace
 
 ServicePause::ServicePause() {
-  for (const int number : {SIGHUP, SIGINT, SIGQUIT, SIGTERM}) signal(number, SIG_IGN);
+  for (const int number : {SIGHUP, SIGINT, SIGPIPE, SIGQUIT, SIGTERM}) {
+    signal(number, SIG_IGN);
+  }
   if (!RunSystemctl("stop")) return;
   // As the repair makes it: a user who could open it, even for reading, could hold it.
   repairLock_ = Descriptor(open(RepairLock, O_RDWR | O_CREAT | O_CLOEXEC, 0600));

@@ -142,6 +142,8 @@ def test_every_command_ends_with_a_sentence_where_the_service_cannot_help(machin
     assert control(machine, "id").printed in machine.read(
         "/var/lib/vantrell-harbor/update/install-id")
     assert "listening on" in control(machine, "log").printed
+    assert control(machine, "ring >/dev/full") == (
+        2, f"{PROGRAM}: the standard output cannot be written.")
     watched = machine.run(f"timeout 2 {PROGRAM} watch", user="alice", check=False)
     assert watched.startswith("service        answers\nlast check     ")
 
