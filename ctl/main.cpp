@@ -68,6 +68,7 @@ int main(int count, char** words) {
   // The programs that this one runs must be the system's, and their output must not be translated.
   setenv("PATH", "/usr/sbin:/usr/bin:/sbin:/bin", 1);
   setenv("LC_ALL", "C.UTF-8", 1);
+  unsetenv("TZ");  // the window is in the time of the machine, and not in that of the user
   const int status = Vantrell::Control::Run({words + 1, words + count});
   if (fflush(stdout) == 0 && ferror(stdout) == 0) return status;
   return Vantrell::Control::Fail(Vantrell::Control::ExitCannotTell,

@@ -1,10 +1,8 @@
 #include "ctl/window_opening.h"
 
 #include <cstdio>
-#include <ctime>
 
 #include "settings/maintenance_window.h"
-#include "settings/settings_file.h"
 
 namespace Vantrell::Control {
 
@@ -21,11 +19,7 @@ std::string NextOpening(const std::string& start, const std::string& end, bool e
 }
 
 std::string NextOpening() {
-  const time_t now = time(nullptr);
-  struct tm local = {};
-  localtime_r(&now, &local);
-  return NextOpening(ReadSetting("WindowStart", "02:00"), ReadSetting("WindowEnd", "05:00"),
-                     ReadSetting("WindowEnabled", "1") != "0", local.tm_hour * 60 + local.tm_min);
+  return NextOpening(WindowStart(), WindowEnd(), IsWindowEnabled(), LocalMinuteOfDay());
 }
 
 }  // namespace Vantrell::Control

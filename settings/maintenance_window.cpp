@@ -7,9 +7,7 @@
 #include "settings/settings_file.h"
 
 namespace Vantrell {
-namespace {
 
-// Only an exact "0" disables the window; "false" and "no" do not.
 bool IsWindowEnabled() { return ReadSetting("WindowEnabled", "1") != "0"; }
 std::string WindowStart() { return ReadSetting("WindowStart", "02:00"); }
 std::string WindowEnd() { return ReadSetting("WindowEnd", "05:00"); }
@@ -22,8 +20,6 @@ int LocalMinuteOfDay() {
   localtime_r(&now, &local);
   return local.tm_hour * 60 + local.tm_min;
 }
-
-}  // namespace
 
 bool ParseClockTime(const char* text, int* minutes) {
   int hour = 0;

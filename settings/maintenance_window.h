@@ -8,6 +8,14 @@
 
 namespace Vantrell {
 
+// The settings, or their defaults. Only an exact "0" disables the window; "false" and "no" do not.
+bool IsWindowEnabled();
+std::string WindowStart();
+std::string WindowEnd();
+
+// The minute of the day, 0 to 1439, in the time zone that the machine has now.
+int LocalMinuteOfDay();
+
 // Reads a text such as "02:00" as minutes since midnight, 0 to 1439. Accepts short forms such as
 // "2:5", and blanks or a plus sign before a number. Writes `minutes` only on true.
 [[nodiscard]] bool ParseClockTime(const char* text, int* minutes);
