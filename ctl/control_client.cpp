@@ -59,14 +59,17 @@ bool WaitForInput(int connection, int64_t deadlineMs) {
   }
 }
 
-// The first line, or what comes before the end of the connection. False at the time limit.
+// The first line. Empty when the connection ends before the line does. False at the time limit.
 bool ReadLine(int connection, std::string& line) {
   const int64_t deadlineMs = SteadyNowMs() + ReplyLimitSeconds * 1000;
   while (line.size() < ReplyLimitBytes) {
     char block[4096];
     if (!WaitForInput(connection, deadlineMs)) return false;
     const ssize_t count = ReadSome(connection, block, sizeof block);
-    if (count <= 0) return true;
+    if (count <= 0) {
+      line.clear();
+      return true;
+    }
     line.append(block, static_cast<size_t>(count));
     const size_t end = line.find('\n');
     if (end == std::string::npos) continue;

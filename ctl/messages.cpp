@@ -5,11 +5,12 @@
 #include <cstdio>
 
 #include "ctl/exit_status.h"
+#include "ctl/printable_text.h"
 
 namespace Vantrell::Control {
 
 int Fail(int status, const std::string& sentence) {
-  fprintf(stderr, "%s: %s.\n", ProgramName, sentence.c_str());
+  fprintf(stderr, "%s: %s.\n", ProgramName, PrintableText(sentence).c_str());
   return status;
 }
 

@@ -8,7 +8,7 @@ namespace Vantrell::Control {
 
 constexpr char ProgramName[] = "vantrell-harbor-updatectl";
 
-// Prints the name of this program and a sentence, and returns `status`.
+// Prints the name of this program and a sentence, in printable form, and returns `status`.
 int Fail(int status, const std::string& sentence);
 
 // Prints what is wrong with the arguments, and returns the status for it.

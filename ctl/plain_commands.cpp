@@ -55,8 +55,7 @@ int MarkPackage(const std::string& mark, bool paused) {
   const int32_t result = RunProcess({"apt-mark", mark, ClientPackageName}, {}, output);
   const PackageState package = ReadPackageState();
   if (result != 0 || package.IsPaused() != paused) {
-    return Fail(ExitCannotTell, "apt-mark cannot " + mark + " the package (" +
-                                    PrintableText(LastLine(output)) +
+    return Fail(ExitCannotTell, "apt-mark cannot " + mark + " the package (" + LastLine(output) +
                                     "); try again when no package tool runs");
   }
   Print(paused ? "The machine is paused: no release is installed, and none is rolled back.\n"

@@ -61,16 +61,18 @@ int WriteArchive(const std::string& temporary, const std::string& target) {
   }
   std::string output;
   if (RunProcess({"tar", "-C", temporary, "-czf", archive, "vantrell-support"}, {}, output) != 0) {
-    return Fail(ExitCannotTell, "tar fails: " + PrintableText(LastLine(output)));
+    return Fail(ExitCannotTell, "tar fails: " + LastLine(output));
   }
   if (CopyToNewFile(archive, target, error)) return ExitWell;
-  return Fail(ExitCannotTell, "the archive cannot be written (" + PrintableText(error) + ")");
+  return Fail(ExitCannotTell, "the archive cannot be written (" + error + ")");
 }
 
 }  // namespace
 
 int RunSupport(const Arguments& arguments) {
-  if (arguments.size() != 1) return FailUsage("support takes the name of a new file");
+  if (arguments.size() != 1 || arguments[0].empty() || arguments[0][0] == '-') {
+    return FailUsage("support takes the name of a new file");
+  }
   char temporary[] = "/tmp/vantrell-support.XXXXXX";
   if (mkdtemp(temporary) == nullptr) {
     return Fail(ExitCannotTell, "/tmp cannot be written; make room there");

@@ -23,7 +23,7 @@ FOREIGN = [  # version, behaviour of its client, what is said
     ("1.0", "die-after 9", f"{PROGRAM}: the file is another build of version 1.0{GIVE}"),
 ]
 UNUSABLE = ["", "status x", "check now", "ring prod x", "ring test", "log -x", "id x", "seed",
-            "seed /root/x", "support", "statu"]
+            "seed /root/x", "support", "support -x", "support ''", "statu"]
 
 
 def test_status_and_its_exit_status_follow_an_update_from_refusal_to_rollback(machine):
