@@ -27,6 +27,9 @@ REFUSED_TREES = [  # what is done to good trees, what is said
      "usr/bin/vantrell-harbor; put the client there."),
     ("rm -r service/usr/lib/vantrell-harbor", "the service tree lacks /usr/lib/vantrell-harbor/"
      "heal-interrupted-install; install the service into it with prefix /usr."),
+    # More names than a pipe holds.
+    ("set -- --development; for tree in client service; do (cd $tree; seq -f %0200g 999 | xargs "
+     "touch); done", f"both trees hold /{1:0200}; remove it from the client tree."),
 ]
 
 
@@ -200,7 +203,9 @@ def test_the_commands_for_keys_make_releases_and_refuse_others(tmp_path):
     for command, words in [
             (f"{complete} 1.4.0.sig", "1.4.0.sig is not the signature of the release block by the"),
             (f"echo >prepared-1.5.0/release/downloads/packages/1.5.0/new; {complete} 1.5.0.sig",
-             "the files in prepared-1.5.0 differ from those that were prepared")]:
+             "the files in prepared-1.5.0 differ from those that were prepared"),
+            (f"{complete} 1.5.0.sig --previous a.deb",
+             "--prepared was given with what --prepare has fixed")]:
         result = run_as_operator(tmp_path, command)
         assert f"publish-release: {words}" in result.stderr
         assert result.returncode == 1
