@@ -11,9 +11,9 @@ namespace {
 
 void AskServiceForStatus(MachineStatus& status) {
   std::string reply;
-  if (!AskService("STATUS", reply, status.serviceError)) return;
-  status.reply = ParseStatusReply(reply);
-  status.serviceAnswers = AskService("WINDOW", status.window, status.serviceError);
+  status.serviceAnswers = AskService("STATUS", reply, status.serviceError) &&
+                          AskService("WINDOW", status.window, status.serviceError);
+  if (status.serviceAnswers) status.reply = ParseStatusReply(reply);
 }
 
 void JudgePackage(MachineStatus& status) {
