@@ -19,7 +19,9 @@ void AskServiceForStatus(MachineStatus& status) {
 void JudgePackage(MachineStatus& status) {
   const PackageState& package = status.package;
   if (!package.known) {
-    status.attention.push_back("dpkg does not know the package; install it with apt-get");
+    status.attention.push_back(
+        "dpkg does not know the package, or cannot read what it knows; see \"dpkg --status "
+        "vantrell-harbor\", and install a package that is missing with apt-get");
   } else if (!package.IsInstalled()) {
     status.attention.push_back("the package is " + package.state +
                                "; wait for the end of an install or of the repair, or install it "
