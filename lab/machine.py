@@ -24,6 +24,8 @@ NAME_PREFIX = "vantrell-lab-"
 BOOT_LIMIT = 180  # seconds, for a host with many machines on few cores
 # ext4's request to stop all reading and writing at once, without writing its journal.
 SHUTDOWN, NO_JOURNAL = 0x8004587D, struct.pack("I", 2)
+CREDENTIALS = struct.Struct("iII")  # the kernel's struct ucred
+CREDENTIALS_SPACE = socket.CMSG_SPACE(CREDENTIALS.size)
 # The environment of every process, unless the caller adds to it. Nothing comes from the host's.
 BASE_ENVIRONMENT = {"PATH": "/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin",
                     "LANG": "C.UTF-8"}
@@ -85,6 +87,7 @@ class Machine(OutsideWorld):
     def __init__(self, changes=None, durable=False):
         self._changes = changes
         self._durable = durable
+        self._booted_by = None  # pid of the systemd-nspawn that said so
 
     def __enter__(self):
         _remove_leftovers()
@@ -136,6 +139,7 @@ class Machine(OutsideWorld):
         path = pathlib.Path(self._folder, "notify")
         path.unlink(missing_ok=True)
         notify = socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM)
+        notify.setsockopt(socket.SOL_SOCKET, socket.SO_PASSCRED, 1)
         notify.bind(str(path))
         return notify
 
@@ -156,8 +160,13 @@ class Machine(OutsideWorld):
         try:
             while True:
                 ready, _, _ = select.select([notify, ended], [], [], deadline - time.monotonic())
-                if notify in ready and b"READY=1" in notify.recv(4096).split(b"\n"):
-                    return
+                if notify in ready:
+                    message, (credentials, *_), *_ = notify.recvmsg(4096, CREDENTIALS_SPACE)
+                    sender, *_ = CREDENTIALS.unpack(credentials[2])
+                    # Before a power cut, systemd says READY=1 after each reload, too.
+                    if b"READY=1" in message.split(b"\n") and sender != self._booted_by:
+                        self._booted_by = sender
+                        return
                 if not ready or ended in ready:
                     self._console.seek(0)
                     console = self._console.read().decode(errors="replace")

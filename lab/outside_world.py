@@ -39,6 +39,7 @@ class OutsideWorld:
     def close_outside_world(self):
         if hasattr(self, "_misbehaving"):
             self._misbehaving.close()
+            del self._misbehaving
 
     # Offers and releases
 
