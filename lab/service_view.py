@@ -36,6 +36,17 @@ WINDOW_LOG = REPAIR_LOG.replace(REPAIR, WINDOW)
 SECOND_SOCKET = f"""cd /run/systemd/system; mkdir {SOCKET_UNIT}.d; systemctl stop {SOCKET_UNIT}
 printf '[Socket]\nListenStream=/run/vantrell/2\n' >{SOCKET_UNIT}.d/second.conf
 systemctl daemon-reload; systemctl start {SOCKET_UNIT}"""
+# Prints what systemd finds wrong in the units, the profile, the drop-ins of clients and the sample.
+# The machine has no manual pages. For a user, systemd-analyze needs a runtime directory, of anyone.
+VERIFY_UNITS = f"""exec 2>&1; cd "$(mktemp -d -p /var/tmp)"; mkdir {SERVICE}.d
+ln -s /usr/lib/vantrell-harbor/confined.conf {SERVICE}.d/
+cp /usr/share/doc/vantrell-harbor/kiosk.service.sample vantrell-harbor-kiosk.service
+for name in vantrell-harbor-relaunch-1 'app-vantrell\\x2dharbor@1'; do
+  printf '[Service]\\nExecStart=/usr/bin/vantrell-harbor\\n' >"$name.service"; done
+units=/usr/lib/systemd
+systemd-analyze verify --man=no $units/system/vantrell-harbor-* vantrell-harbor-kiosk.service
+XDG_RUNTIME_DIR=/run/user systemd-analyze verify --man=no --user \\
+  $units/user/vantrell-harbor-move-client@.service *1.service"""
 PASS_LIMIT = 300  # seconds for a pass to end; generous, since the host may be busy
 
 

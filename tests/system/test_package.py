@@ -13,7 +13,7 @@ from lab.machine import SERVICE
 from lab.packing import (command_blocks, configure, make_keys, make_publisher_files, publish,
                          publish_all, run_as_operator, run_recipe, write_deployment)
 from lab.releases import BUILT, ROOT, manifest_entries, package, signed_digest
-from lab.service_view import CONFIG, TIMER, WINDOW, WINDOW_TIMER, units
+from lab.service_view import CONFIG, TIMER, VERIFY_UNITS, WINDOW, WINDOW_TIMER, units
 from lab.update_steps import install_as_service
 
 UP, DOWN = ["active"] * 4, ["inactive"] * 4
@@ -41,6 +41,7 @@ def test_the_package_starts_and_restarts_the_service_but_not_during_an_apply(bar
     assert first.states == UP
     assert first.enabled == ["enabled"] * 4
     assert first.reload_needed == "no"
+    assert machine.run(VERIFY_UNITS) == ""
     assert not machine.exists(CONFIG)
     assert machine.send("SETRING beta") == "OK"
 
