@@ -2,6 +2,6 @@
 # warnings of a newer compiler do not break a packager's build.
 add_library(vantrell_warnings INTERFACE)
 target_compile_options(vantrell_warnings INTERFACE
-  -Wall -Wextra -Wconversion -Wshadow -Wformat=2 -Wundef
+  -Wall -Wextra -Wconversion -Wshadow -Wformat=2 -Wundef -Wdate-time
   $<$<COMPILE_LANGUAGE:CXX>:-Wold-style-cast>
   $<$<CXX_COMPILER_ID:Clang>:-Wthread-safety>)

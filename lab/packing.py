@@ -1,5 +1,6 @@
 """Runs the packaging recipe and the publishing tool, also on files that they must refuse."""
 
+import datetime
 import os
 import pathlib
 import re
@@ -8,13 +9,14 @@ import subprocess
 import tempfile
 
 from lab.outside_world import DOWNLOADS
-from lab.releases import BUILT, KEYS, ROOT
+from lab.releases import BUILT, FIRST_STAMP, KEYS, ROOT
 
+_LICENSE = ROOT / "lab/client/copyright"
 _RECIPE = f"""rm -rf client service && mkdir -p client/usr/bin && cp -r {BUILT}/service .
 cp {BUILT}/stand-in-client client/usr/bin/vantrell-harbor
 %s
-exec {ROOT}/packaging/make-client-package --version 1 --client-tree client \\
-  --service-tree service --output made "$@"
+exec {ROOT}/packaging/make-client-package --version 1 --client-tree client --output made \\
+  --service-tree service --license {_LICENSE} --maintainer 'A <a@vantrell.invalid>' "$@"
 """
 # The deployment of the lab, moved to hosts with names of the same length.
 _DEPLOYMENT = {
@@ -37,6 +39,39 @@ pack arm64 'printf "\\267" | dd of=usr/sbin/vantrell-harbor-updated bs=1 seek=18
 pack no-unit 'rm usr/lib/systemd/system/*updated.service'
 pack previous 'field Version 1; sed -i "s/^Depends: /&foo, /" DEBIAN/control'
 pack other-keys 'field Version 1; cp {BUILT}/service/usr/sbin/* usr/sbin'"""
+
+
+# A client as vendors pack it, with texts and a hook of its own.
+_CLIENT = f"""mkdir -p client/usr/bin client/usr/share/man/man1 hooks
+cp {BUILT}/stand-in-client client/usr/bin/vantrell-harbor
+strip client/usr/bin/vantrell-harbor
+printf '.TH VANTRELL-HARBOR 1\\n.SH NAME\\nvantrell-harbor \\\\- stand-in\\n' \\
+  >client/usr/share/man/man1/vantrell-harbor.1
+printf 'Stand-in for the client\\nFor the lab.\\n\\nIt is not distributed.\\n\\n' >description
+printf '#!/bin/sh\\nset -e\\necho "hook $1"\\n' | tee hooks/prerm >hooks/postinst"""
+
+
+def make_package_from_sources(folder):
+    """Runs the recipe in a copy of the sources, where it builds the service; returns the package.
+
+    The objects are those of the lab's build, so the deployment and the stamp must be the lab's.
+    """
+    shutil.copytree(ROOT, folder / "sources", ignore=lambda path, names: (
+        ["build", ".git"] if path == str(ROOT) else ["__pycache__"]))
+    lab = {name: value.replace(".invalid", ".example") for name, value in _DEPLOYMENT.items()}
+    write_deployment(folder, **{**lab, "RELEASE_KEY_1": KEYS / "release-1.pub",
+                                "RELEASE_KEY_2": KEYS / "release-2.pub"})
+    subprocess.run(["sh", "-ec", _CLIENT], cwd=folder, check=True)
+    stamp = datetime.datetime.strptime(f"{FIRST_STAMP}+0000", "%Y-%m-%d-%H%M%z")
+    subprocess.run(
+        ["sources/packaging/make-client-package", "--version", "1", "--client-tree", "client",
+         "--development", "--deployment", "deployment.conf", "--license", _LICENSE, "--maintainer",
+         "The lab <lab@vantrell.example>", "--description", "description", "--hooks", "hooks",
+         "--output", "."], cwd=folder, check=True,
+        env={**os.environ, "SOURCE_DATE_EPOCH": f"{stamp.timestamp():.0f}",
+             "CMAKE_CXX_COMPILER_LAUNCHER": ROOT / "lab/reuse-objects",
+             "LAB_BUILD": BUILT / "build"})
+    return folder / "vantrell-harbor_1_amd64.deb"
 
 
 def run_recipe(folder, damage, *options):
@@ -79,7 +114,8 @@ def make_deployed_package(folder, version, keys=("key1", "key2")):
         subprocess.run(
             [ROOT / "packaging/make-client-package", "--version", version, "--client-tree",
              trees / "client", "--service-tree", trees / "service", "--output", folder,
-             "--deployment", folder / "deployment.conf"],
+             "--deployment", folder / "deployment.conf", "--license", _LICENSE, "--maintainer",
+             "A <a@vantrell.invalid>"],
             check=True, env={**os.environ, "DPKG_DEB_COMPRESSOR_TYPE": "none"})
 
 

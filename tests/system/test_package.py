@@ -10,8 +10,9 @@ import subprocess
 import pytest
 
 from lab.machine import SERVICE
-from lab.packing import (command_blocks, configure, make_keys, make_publisher_files, publish,
-                         publish_all, run_as_operator, run_recipe, write_deployment)
+from lab.packing import (command_blocks, configure, make_keys, make_package_from_sources,
+                         make_publisher_files, publish, publish_all, run_as_operator, run_recipe,
+                         write_deployment)
 from lab.releases import BUILT, ROOT, manifest_entries, package, signed_digest
 from lab.service_view import CONFIG, TIMER, VERIFY_UNITS, WINDOW, WINDOW_TIMER, units
 from lab.update_steps import install_as_service
@@ -27,9 +28,52 @@ REFUSED_TREES = [  # what is done to good trees, what is said
      "usr/bin/vantrell-harbor; put the client there."),
     ("rm -r service/usr/lib/vantrell-harbor", "the service tree lacks /usr/lib/vantrell-harbor/"
      "heal-interrupted-install; install the service into it with prefix /usr."),
-    # More names than a pipe holds.
-    ("set -- --development; for tree in client service; do (cd $tree; seq -f %0200g 999 | xargs "
-     "touch); done", f"both trees hold /{1:0200}; remove it from the client tree."),
+    ("touch service/usr/sbin/old", "the service tree holds /usr/sbin/old, which is not a file of "
+     "this service; install it into an empty tree."),
+    ("mkdir -p client/lib/systemd", "the client tree holds /lib; put files of the client below "
+     "/etc, /opt, /usr and /var only."),
+    ("mkdir -p client/etc/x/vantrell-harbor-updated.service.d", "the client tree holds "
+     "/etc/x/vantrell-harbor-updated.service.d, a name of the service; remove it."),
+    ("ln -s /var/tmp client/usr/sbin", "/usr/sbin in the client tree is not a directory; make it "
+     "one, or remove it."),
+    ("install -D /dev/null client/usr/share/doc/vantrell-harbor/copyright", "the client tree holds "
+     "/usr/share/doc/vantrell-harbor/copyright, which this program puts into the package; remove "
+     "it."),
+    ("mkdir -p client/var/lib/vantrell-harbor", "the client tree holds /var/lib/vantrell-harbor, "
+     "which the service makes on the machine; remove it."),
+    ("ln -s ../../home/a client/usr/x", "the link /usr/x in the client tree leads to /home/a, "
+     "where a client has no files; remove it."),
+    ("mkfifo client/usr/x", "/usr/x in the client tree is not a file, a directory or a link; "
+     "remove it."),
+    ("touch 'client/usr/a\nb'", "the client tree holds $'/usr/a\\nb', a name with a control "
+     "character; rename it."),
+    ("chmod u+s client/usr/bin/vantrell-harbor", "/usr/bin/vantrell-harbor in the client tree has "
+     "a set-id bit; remove the bit, or name the file with --set-id."),
+    ("mv client real; ln -s real client; touch real/x", "the client tree holds /x; put files of "
+     "the client below /etc, /opt, /usr and /var only."),
+]
+REFUSED_TEXTS = [  # option, its value, a line that makes what it names, what is said
+    ("--maintainer", "", ":", 'no maintainer was given; give "NAME <ADDRESS>" with --maintainer.'),
+    ("--maintainer", "A <a@b.invalid>\nEssential: yes", ":", "the maintainer $'A <a@b.invalid>\\n"
+     "Essential: yes' is not one line \"NAME <ADDRESS>\" without a comma; correct it."),
+    ("--maintainer", "A <a@b.example>", ":", "the maintainer A <a@b.example> has an example "
+     "address; give one that is read."),
+    ("--depends", "a\nEssential: yes", ":", "the dependencies hold a control character; give one "
+     "line with --depends."),
+    ("--license", "it", "printf '\\n \\n' >it", "the license it is empty; write it."),
+    ("--license", "it", "printf 'a\\0b' >it", "the license it is not plain text in UTF-8 with "
+     "line feeds only; convert it."),
+    ("--description", "it", "printf 'A client\\n.\\n' >it", "a line of the description it begins "
+     "with a dot; change it."),
+    ("--changelog", "it", "echo 'vantrell-harbor (0.9) stable' >it", "the first line of the "
+     "changelog it does not begin with \"vantrell-harbor (1) \"; add an entry for this version at "
+     "the top."),
+    ("--hooks", "hooks", "mkdir -p hooks; echo '#!/bin/sh' >hooks/postins", "hooks/postins is not "
+     "a hook; hooks are named preinst postinst prerm postrm."),
+    ("--hooks", "hooks", "rm hooks/*; printf '#!/bin/sh\\r\\n' >hooks/prerm", "the hook "
+     "hooks/prerm is not plain text in UTF-8 with line feeds only; convert it."),
+    ("--hooks", "hooks", "echo '#!/bin/bash' >hooks/prerm", "the hook hooks/prerm does not begin "
+     "with the line #!/bin/sh; write it for sh."),
 ]
 
 
@@ -93,16 +137,45 @@ def test_the_recipe_refuses_trees_that_are_not_to_be_installed(tmp_path):
         assert not (tmp_path / "made").exists(), damage
 
 
+def test_the_recipe_refuses_texts_that_change_the_package_in_other_ways(tmp_path):
+    for option, value, damage, sentence in REFUSED_TEXTS:
+        result = run_recipe(tmp_path, damage, option, value)
+        assert result.stderr == f"make-client-package: {sentence}\n", sentence
+        assert not (tmp_path / "made").exists(), sentence
+
+
 def test_a_package_depends_neither_on_the_time_nor_on_the_place_of_its_build(tmp_path):
     made = []
-    for year in (2037, 2038):
-        folder = tmp_path / f"{year}"
+    for year, umask in [("2001", "077"), ("2038", "002")]:
+        folder = tmp_path / year
         folder.mkdir()
-        times = f"export SOURCE_DATE_EPOCH=9; find . -exec touch -d {year}-01-01 {{}} +"
-        run_recipe(folder, times, "--development").check_returncode()
+        other = (f"umask {umask}; find . -exec touch -d {year}-01-01 {{}} +; chmod g+s client/usr; "
+                 "export SOURCE_DATE_EPOCH=1700000000")
+        run_recipe(folder, other, "--development").check_returncode()
         made.append(next(folder.glob("made/*.deb")).read_bytes())
     assert made[0] == made[1]
     assert bytes(ROOT) not in BUILT.joinpath("build/vantrell-harbor-updated").read_bytes()
+
+
+def test_one_command_makes_of_the_sources_a_package_that_lintian_accepts(tmp_path):
+    deb = make_package_from_sources(tmp_path)
+    lintian = subprocess.run(["lintian", "--allow-root", "--pedantic", deb], stdout=subprocess.PIPE)
+    assert lintian.stdout == b""
+
+    subprocess.run(["dpkg-deb", "--raw-extract", deb, tmp_path / "root"], check=True)
+    for program in ("sbin/vantrell-harbor-updated", "bin/vantrell-harbor-updatectl"):
+        built = BUILT.joinpath("service/usr", program).read_bytes()
+        assert (tmp_path / "root/usr" / program).read_bytes() == built, program
+    control = (tmp_path / "root/DEBIAN/control").read_text()
+    assert control.endswith("\nDescription: Stand-in for the client\n"
+                            " For the lab.\n .\n It is not distributed.\n")
+    # The service's own parts do nothing in these steps.
+    for script, step, printed in [("postinst", "abort-upgrade", "hook abort-upgrade\n"),
+                                  ("prerm", "remove", "hook remove\n"), ("prerm", "upgrade", "")]:
+        result = subprocess.run(["sh", tmp_path / "root/DEBIAN" / script, step], text=True,
+                                env={**os.environ, "VANTRELL_UPDATE_APPLY": "1"},
+                                stdout=subprocess.PIPE, check=True)
+        assert result.stdout == printed, (script, step)
 
 
 @pytest.mark.parametrize("name, value, words", [
