@@ -1,6 +1,6 @@
 #!/bin/bash
-# What the packager of the client gives: its tree, texts and hooks. make-client-package sources this
-# file. It runs with pipefail, defines refuse(), and has read the variables from its options.
+# What the packager of the client gives: its tree, texts and hooks. Only make-client-package sources
+# this file: it runs with pipefail and defines refuse() and the variables.
 # shellcheck disable=SC2154  # those variables
 
 readonly Hooks=(preinst postinst prerm postrm)
