@@ -5,11 +5,9 @@
 
 #include "apply/client_replacement.h"
 #include "apply/package_swap.h"
-#include "apply/process_runner.h"
+#include "apply/release_package.h"
 #include "apply/staged_set.h"
-#include "base/deployment.h"
 #include "base/file_content.h"
-#include "base/lines.h"
 #include "base/log_line.h"
 #include "service/service_state.h"
 #include "settings/maintenance_window.h"
@@ -20,9 +18,6 @@ namespace Vantrell {
 namespace {
 
 using ClientUpdateService::serviceState;
-
-constexpr char PackageSuffix[] = ".deb";
-constexpr char PackageArchitecture[] = "amd64";
 
 // Ends the claim on applyBusy as the last action of an apply, even if an exception is thrown.
 struct ClaimEnd {
@@ -60,41 +55,12 @@ bool PassGates(bool ignoreWindow, UpdateManifest& staged, std::string& error) {
   return true;
 }
 
-// Finds the package of the release. Other files are allowed and not installed.
-bool ChoosePackage(const std::string& stagedRoot, const UpdateManifest& staged,
-                   std::string& packagePath, std::string& error) {
-  packagePath.clear();
-  for (const ManifestFile& file : staged.files) {
-    if (!file.name.ends_with(PackageSuffix)) continue;
-    if (!packagePath.empty()) return Refuse("the manifest lists more than one package", error);
-    packagePath = stagedRoot + "/" + file.name;
-  }
-  if (packagePath.empty()) return Refuse("the manifest lists no package", error);
-  return true;
-}
-
-// Whether the package's own fields agree with the manifest.
-bool CheckControlFields(const std::string& packagePath, const std::string& version,
-                        std::string& error) {
-  std::string output;
-  const int32_t result =
-      RunProcess({"dpkg-deb", "-f", packagePath, "Package", "Version", "Architecture"}, {}, output);
-  if (result != 0) return Refuse("the staged package is unreadable: " + LastLine(output), error);
-
-  const std::string package = ClientPackageName;
-  const std::string architecture = PackageArchitecture;
-  const std::string expected =
-      "Package: " + package + "\nVersion: " + version + "\nArchitecture: " + architecture;
-  if (TrimLineEnd(output) == expected) return true;
-  return Refuse("the staged package is not " + package + " " + version + " " + architecture, error);
-}
-
 // Hashes the files again, because they may have been staged hours ago.
 bool ProvePackage(const UpdateManifest& staged, std::string& packagePath, std::string& error) {
   const std::string stagedRoot = StagedReleaseDir(staged.version);
   return VerifyStagedSet(stagedRoot, staged, error) &&
-         ChoosePackage(stagedRoot, staged, packagePath, error) &&
-         CheckControlFields(packagePath, staged.version, error);
+         FindPackage(stagedRoot, staged, packagePath, error) &&
+         CheckPackageFields(packagePath, staged.version, error);
 }
 
 // A requester that still runs is in the list twice. Each user gets one start all the same.
