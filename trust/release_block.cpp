@@ -11,7 +11,6 @@
 namespace Vantrell {
 namespace {
 
-constexpr char BlockFormat[] = "vantrell-release-v1";
 constexpr size_t HeaderLines = 2;  // format and version
 
 }  // namespace
@@ -37,7 +36,7 @@ bool ParseReleaseBlock(const std::string& block, const std::string& version,
                        const std::string& component, std::string& digest) {
   const std::vector<std::string> lines = SplitLines(block);
   if (lines.size() < HeaderLines) return false;
-  if (NormalizeDigest(lines[0]) != BlockFormat) return false;
+  if (NormalizeDigest(lines[0]) != ReleaseBlockFormat) return false;
   if (NormalizeDigest(lines[1]) != NormalizeDigest(version)) return false;
 
   for (size_t index = HeaderLines; index < lines.size(); ++index) {

@@ -10,6 +10,8 @@ namespace Vantrell {
 
 struct UpdateManifest;
 
+constexpr char ReleaseBlockFormat[] = "vantrell-release-v1";  // the first line of a block
+
 // The SHA-256 of the version, the component, and the name, hash and size of each file. URLs, commit
 // and fingerprint are not part of it, so a server may move its downloads. The order of the files
 // and repeated entries make no difference. Empty if hashing failed.

@@ -22,8 +22,6 @@ namespace {
 
 using ClientUpdateService::serviceState;
 
-constexpr char CheckPath[] = "/api/v1/check";
-constexpr int32_t CheckLimitMs = 20000;
 constexpr char NoToken[] = "";
 constexpr char NoFingerprint[] = "";
 

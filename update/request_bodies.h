@@ -3,9 +3,13 @@
 // The bodies of the requests to the update server: one JSON object on one line, keys in a fixed
 // order, no white space. Pure functions of their arguments; any thread may call them.
 
+#include <cstdint>
 #include <string>
 
 namespace Vantrell {
+
+constexpr char CheckPath[] = "/api/v1/check";  // where a check request is posted
+constexpr int32_t CheckLimitMs = 20000;        // for the whole transfer of its answer
 
 // The text as a JSON string, with its quotes.
 std::string JsonQuoted(const std::string& text);
