@@ -1,10 +1,11 @@
-"""verify-release: what it says about a release as it is served."""
+"""verify-release: what it says about a release as it is served, and the page that it writes."""
 
 import itertools
 from subprocess import DEVNULL
 
 import pytest
 
+from lab.browser import Browser, channels
 from lab.control_program import Answer
 from lab.hostile_answers import DEEP
 from lab.machine import Machine
@@ -14,6 +15,16 @@ from lab.verifier import install_verifier, verify, wrong_files
 
 NAMES = {BLOCK: "block", SIGNATURE: "signature", DIGEST: "digest"}
 UNSIGNED = "is not a signature of the block by a release key"
+LIGHTS = """[...document.querySelectorAll('section')].map(ring => [
+  ring.querySelector('h2').innerText, ring.querySelector('.version').innerText,
+  [...ring.querySelectorAll('.light')].map(light => {
+    const box = light.getBoundingClientRect();
+    const top = document.elementFromPoint(box.x + box.width / 2, box.y + box.height / 2);
+    return [top == light && box.width > 12 && box.height > 12,
+            getComputedStyle(light).backgroundColor, light.parentElement.innerText];
+  })])"""
+MARKUP = "<script>document.title = 'x'</script>" + "9" * 500
+FITS = "document.documentElement.scrollWidth <= innerWidth"
 
 
 @pytest.fixture(scope="module")
@@ -38,6 +49,14 @@ def altered(content):
 def probe(world, words=""):
     status, printed = verify(world, f"--probe {words}")
     return Answer(status, printed.removeprefix("RELEASE "))
+
+
+def colour_of(light):
+    """The name of the colour of a light that is not hidden and says the same in a word."""
+    seen, colour, text = light
+    red, green, _ = channels(colour)
+    name, word = ("green", "right") if green > red else ("red", "wrong")
+    return name if seen and word in text else "none"
 
 
 def answers(offer):
@@ -130,3 +149,30 @@ def test_the_probe_judges_the_answer_of_the_update_server_and_the_files(world):
     publish_by_hand(world, [("a", b"content of a")])
     assert probe(world) == (2, "CRITICAL: prod 1.1: the manifest lists no package")
     assert "verify-release" not in world.run("ls -A /var/tmp")
+
+
+def test_the_page_shows_nine_lights_for_each_ring(world, tmp_path):
+    world.publish(release("1.1"))
+    world.misbehave(*fact(2, SIGNATURE), 404)
+    assert verify(world, "--ring beta --ring prod --html page.html").status == 2
+    page = tmp_path / "page.html"
+    page.write_text(world.read("/home/alice/page.html"))
+    with Browser() as browser:
+        for scheme in ("light", "dark"):
+            browser.open(page, scheme=scheme)
+            beta, prod = browser.ask(LIGHTS)
+            assert (beta[:2], prod[:2]) == (["beta", "1.1"], ["prod", "1.1"])
+            assert [colour_of(light) for light in beta[2]] == ["red"] * 9
+            assert [colour_of(light) for light in prod[2]] == (
+                ["green"] * 4 + ["red"] + ["green"] * 4)
+            assert prod[2][4][2].split() == ["\N{BALLOT X}wrong", "HTTP", "404"]
+            assert browser.lowest_contrast() > 4.5
+            browser.screenshot(tmp_path / f"{scheme}.png")
+        browser.open(page, width=360)
+        assert browser.ask(FITS)
+        world.offer(manifest(MARKUP, ["a.deb"]))
+        verify(world, "--html page.html")
+        page.write_text(world.read("/home/alice/page.html"))
+        browser.open(page, width=360)
+        assert (browser.ask(FITS), browser.ask("document.scripts.length")) == (True, 0)
+        assert MARKUP[:40] in browser.ask("document.querySelector('.version').innerText")
