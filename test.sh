@@ -22,7 +22,7 @@ TEXT
 readonly Logs=$PWD/build/logs
 readonly Suite=${VANTRELL_LAB_SUITE:-bookworm}
 declare -A system_jobs
-passed=0 failed=0 skipped=0
+passed=0 failed=0 skipped=0 analysis_job=''
 
 heading() { printf '\n== %s\n' "$*"; }
 
@@ -80,8 +80,7 @@ unit() { # PRESET [CTEST OPTION...]
   failed=$((failed + lost))
 }
 
-# Builds and checks beside the tests can wait. What happens on a machine has time limits.
-pytest() { nice -n -10 /usr/bin/python3 -m pytest -q -p no:cacheprovider "$@" tests/system; }
+pytest() { /usr/bin/python3 -m pytest -q -p no:cacheprovider "$@" tests/system; }
 
 # Starts system tests in the background, so that builds can run at the same time: the tests wait
 # far more than they compute.
@@ -141,7 +140,7 @@ manual_pages() {
     files '*.[1-8]' | xargs mandoc -T lint -W warning $socket
 }
 tidy() { # Without a line for each file, so that the findings are at the end of the log.
-  build asan && run-clang-tidy -quiet -j "$(nproc)" -p build/asan "^$PWD/(?!build/)" 2>&1 |
+  run-clang-tidy -quiet -j "$(nproc)" -p build/asan "^$PWD/(?!build/)" 2>&1 |
     sed '/^clang-tidy/d; / warnings\{0,1\} generated\.$/d'
 }
 
@@ -164,12 +163,30 @@ checks() {
   check 'Python layout' python_layout
 }
 
-analysis() {
-  heading "Static analysis"
-  check 'static analysis' tidy
+# Starts the static analysis in the background. It takes what the processors have left: nothing
+# waits for it, and what happens on a machine has time limits.
+begin_analysis() {
+  local log=$Logs/clang-tidy.log
+  build asan >"$log" 2>&1 || { lose 'build asan' "$log"; return; }
+  { renice -n 19 "$BASHPID" && tidy; } >"$log" 2>&1 &
+  analysis_job=$!
 }
 
-all_checks() { checks; analysis; }
+end_analysis() {
+  [ -z "$analysis_job" ] || check 'static analysis' finished_analysis
+}
+
+finished_analysis() {
+  wait "$analysis_job" && return
+  cat "$Logs/clang-tidy.log"
+  return 1
+}
+
+all_checks() {
+  checks
+  begin_analysis
+  end_analysis
+}
 
 unit_tests() { # PRESETS [CTEST OPTION...]
   heading "Unit tests"
@@ -195,21 +212,21 @@ everything() {
   # On Debian 13: an install by each part of the package, from the first to the removal.
   local newer='confined_service_sets or package_starts or timer_installs or poweroff_waits'
   newer="$newer or rolled_back_wherever or all and unpacking"
-  # The system tests of a flavour run while the next step builds. The long ones come first, and the
-  # static analysis, which nothing waits for, comes last.
+  # The system tests of a flavour run while the next step builds.
   begin_system release
   checks
   unit_tests asan
   begin_system asan "$threads or hostile or fault_of_a_server or full_disk"
+  begin_analysis
   fuzzing
   unit_tests tsan
   begin_system tsan "$threads"
   begin_system release "$newer" trixie
-  analysis
   end_system release
   end_system asan
   end_system tsan
   end_system release trixie
+  end_analysis
 }
 
 case "${1-all} $#" in
