@@ -8,6 +8,7 @@ import shutil
 import subprocess
 import tempfile
 
+from lab.machine import image_path
 from lab.outside_world import DOWNLOADS
 from lab.releases import BUILT, FIRST_STAMP, KEYS, ROOT
 
@@ -51,26 +52,31 @@ printf 'Stand-in for the client\\nFor the lab.\\n\\nIt is not distributed.\\n\\n
 printf '#!/bin/sh\\nset -e\\necho "hook $1"\\n' | tee hooks/prerm >hooks/postinst"""
 
 
-def make_package_from_sources(folder):
-    """Runs the recipe in a copy of the sources, where it builds the service; returns the package.
-
-    The objects are those of the lab's build, so the deployment and the stamp must be the lab's.
-    """
+def copy_sources(folder):
     shutil.copytree(ROOT, folder / "sources", ignore=lambda path, names: (
         ["build", ".git"] if path == str(ROOT) else ["__pycache__"]))
+
+
+def environment_for_sources():
+    """Builds of copied sources take the objects of the lab's build, where these are the same."""
+    stamp = datetime.datetime.strptime(f"{FIRST_STAMP}+0000", "%Y-%m-%d-%H%M%z")
+    return {**os.environ, "SOURCE_DATE_EPOCH": f"{stamp.timestamp():.0f}",
+            "CMAKE_CXX_COMPILER_LAUNCHER": str(ROOT / "lab/reuse-objects"),
+            "LAB_BUILD": str(BUILT / "build"), "VANTRELL_LAB_CACHE": os.path.dirname(image_path())}
+
+
+def make_package_from_sources(folder):
+    """Runs the recipe in a copy of the sources, where it builds the service; returns the result."""
+    copy_sources(folder)
     lab = {name: value.replace(".invalid", ".example") for name, value in _DEPLOYMENT.items()}
     write_deployment(folder, **{**lab, "RELEASE_KEY_1": KEYS / "release-1.pub",
                                 "RELEASE_KEY_2": KEYS / "release-2.pub"})
     subprocess.run(["sh", "-ec", _CLIENT], cwd=folder, check=True)
-    stamp = datetime.datetime.strptime(f"{FIRST_STAMP}+0000", "%Y-%m-%d-%H%M%z")
     subprocess.run(
         ["sources/packaging/make-client-package", "--version", "1", "--client-tree", "client",
          "--development", "--deployment", "deployment.conf", "--license", _LICENSE, "--maintainer",
          "The lab <lab@vantrell.example>", "--description", "description", "--hooks", "hooks",
-         "--output", "."], cwd=folder, check=True,
-        env={**os.environ, "SOURCE_DATE_EPOCH": f"{stamp.timestamp():.0f}",
-             "CMAKE_CXX_COMPILER_LAUNCHER": ROOT / "lab/reuse-objects",
-             "LAB_BUILD": BUILT / "build"})
+         "--output", "."], cwd=folder, check=True, env=environment_for_sources())
     return folder / "vantrell-harbor_1_amd64.deb"
 
 

@@ -15,10 +15,11 @@ CHECKS, MIRRORED = "/var/log/nginx/checks.log", "/var/log/nginx/mirror.log"
 # A second entrance to the update server, without TLS, so that the host can ask it.
 _ENTRANCE = "/run/check.sock"
 _GROUP = "sys/fs/cgroup/system.slice/nginx.service/cgroup.procs"
-# nginx of Debian as it is after its installation, but with one worker: its log has the order of the
-# answers. Certificates; the name of the mirror; hosts for witnesses 2 and 3.
-_PREPARE = f"""systemctl stop nginx lab-mute.socket
-rm /etc/systemd/system/nginx.service.d/lab.conf; systemctl daemon-reload
+_GIVE_UP = """systemctl stop nginx lab-mute.socket
+rm /etc/systemd/system/nginx.service.d/lab.conf; systemctl daemon-reload"""
+# One worker of nginx: its log has the order of the answers. Certificates; the name of the mirror;
+# hosts for witnesses 2 and 3.
+_PREPARE = f"""{_GIVE_UP}
 sed -i 's/^worker_processes .*/worker_processes 1;/' /etc/nginx/nginx.conf
 mkdir -p /etc/ssl/vantrell; cd /etc/ssl/vantrell
 for host in updates downloads mirror; do
@@ -33,6 +34,11 @@ for host in {STORAGE} {BLOBS}; do
 done"""
 _SERVE_WITNESSES = f"""cd /root/release; mkdir /srv/{STORAGE} /srv/{BLOBS}
 cp -R witness-2 /srv/{STORAGE}/vantrell-update-witness; cp -R witness-3 /srv/{BLOBS}/witness"""
+
+
+def give_up_servers(machine):
+    """Ends the lab's servers on a machine and leaves nginx as Debian installs it, not started."""
+    machine.run(["sh", "-euc", _GIVE_UP])
 
 
 def text_of_check(ring="prod", installed="1.0", os_build="Debian", install_id="0"):
