@@ -1,4 +1,4 @@
-// Feeds arbitrary texts to the reader of release blocks. A digest that it finds must stand in the
+// Feeds arbitrary texts to the reader of release blocks. A digest that it finds must be in the
 // block, after the name of the component.
 
 #include <cstdint>
