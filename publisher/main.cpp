@@ -127,12 +127,14 @@ void LimitResources() {
   std::set_new_handler(EndWithoutMemory);
 }
 
-// All rings at the same time: a server that does not answer delays the others otherwise.
+// All rings at the same time: a server that does not answer delays the others otherwise. With files
+// one after the other: they share the room, which each ring measures before it fetches.
 std::vector<RingReport> ExamineRings(const Options& options, const std::string& folder) {
+  const auto policy = folder.empty() ? std::launch::async : std::launch::deferred;
   std::vector<std::future<RingReport>> examinations;
   for (const std::string& ring : options.rings) {
     const RingQuestion question = {ring, options.offer, options.installedVersion, folder};
-    examinations.push_back(std::async(std::launch::async, ExamineRing, question));
+    examinations.push_back(std::async(policy, ExamineRing, question));
   }
   std::vector<RingReport> reports;
   reports.reserve(examinations.size());

@@ -34,8 +34,9 @@ struct RingReport {
   std::string refusal;             // what a machine says; empty: it accepts the release
 };
 
-// Blocks for at most 80 s, and with a folder for half an hour more for each file. The caller
-// removes what is in the folder. Several threads may call it. The service's code logs meanwhile.
+// Blocks for at most 80 s, and with a folder for nine minutes more, for the second proof, and half
+// an hour for each file. The caller removes what is in the folder. Several threads may call it. The
+// service's code logs meanwhile.
 RingReport ExamineRing(const RingQuestion& question);
 
 }  // namespace Vantrell::Publisher

@@ -33,7 +33,7 @@ std::string FormFault(const std::string& block, const std::string& version,
     return "is for version " + Quoted(lines[1]);
   }
   for (size_t index = 2; index < lines.size(); ++index) {
-    if (!lines[index].starts_with(component)) continue;
+    if (lines[index].substr(0, lines[index].find_first_of(" \t")) != component) continue;
     return "has the line " + Quoted(lines[index]) + " without a well-formed digest";
   }
   return "has no line for " + component;
@@ -176,6 +176,8 @@ std::string OtherDigestOfAll(const UpdateManifest& manifest, const std::string& 
                              const std::vector<Witness>& witnesses) {
   std::string common;
   for (const Witness& witness : witnesses) {
+    const WitnessFile& block = witness.files[BlockFile];
+    if (block.isFetched && block.fault.empty()) return "";  // then the digest files are wrong
     const std::string named = NormalizeDigest(witness.files[DigestFile].body);
     if (named.size() != DigestLength || (!common.empty() && named != common)) return "";
     common = named;

@@ -128,10 +128,12 @@ TEST(WitnessFiles, JudgesAFileByTheFilesThatAreRight) {
 TEST(WitnessFiles, ShowsThatTheOfferIsWrongIfAllNameAnotherDigest) {
   Served served = Release();
   EXPECT_EQ(OtherDigestOfAll(Offer, Component, Judged(served)), "");
-  served[0][DigestFile] = served[1][DigestFile] = Zeros;
+  for (auto& files : served) files[DigestFile] = Zeros;  // beside blocks that name the offer
   EXPECT_EQ(OtherDigestOfAll(Offer, Component, Judged(served)), "");
-  served[2][DigestFile] = Zeros + "\n";
+  for (auto& files : served) files = {ReleaseData("mismatch.block"), "", Zeros};
   EXPECT_EQ(OtherDigestOfAll(Offer, Component, Judged(served)), Zeros);
+  served[2][DigestFile] = Digest;
+  EXPECT_EQ(OtherDigestOfAll(Offer, Component, Judged(served)), "");
 }
 
 }  // namespace
