@@ -14,7 +14,6 @@ namespace Vantrell::Publisher {
 namespace {
 
 constexpr size_t SignatureBytes = 256;  // of RSA-2048, the size of every release key
-constexpr char HexDigits[] = "0123456789abcdef";
 
 std::string OtherDigest(const std::string& named, const std::string& offered) {
   return "names the digest " + named + ", but that of the offer is " + offered;
@@ -52,9 +51,8 @@ std::string DigestFault(const std::string& text, const std::string& offered) {
   const std::string named = NormalizeDigest(text);
   if (named == offered) return "";
   if (named.starts_with(offered)) return "has text after the digest: " + Quoted(text);
-  const bool isDigest =
-      named.size() == DigestLength && named.find_first_not_of(HexDigits) == std::string::npos;
-  return isDigest ? OtherDigest(named, offered) : "holds " + Quoted(text) + " instead of a digest";
+  if (IsDigest(named)) return OtherDigest(named, offered);
+  return "holds " + Quoted(text) + " instead of a digest";
 }
 
 // The number of the key that made the signature, counted from 1; 0 if none did.

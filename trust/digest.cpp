@@ -14,6 +14,7 @@
 namespace Vantrell {
 namespace {
 
+constexpr char Digits[] = "0123456789abcdef";
 constexpr size_t HashBlockBytes = 65536;
 
 // gnutls_hash_deinit() writes the digest and frees the context. With a null digest it only frees.
@@ -25,7 +26,6 @@ using HashContext = std::unique_ptr<hash_hd_st, HashFree>;
 }  // namespace
 
 std::string HexDigest(const unsigned char* bytes) {
-  constexpr char Digits[] = "0123456789abcdef";
   std::string hex;
   hex.reserve(DigestLength);
   for (size_t index = 0; index < DigestBytes; ++index) {
@@ -33,6 +33,10 @@ std::string HexDigest(const unsigned char* bytes) {
     hex += Digits[bytes[index] & 0x0f];
   }
   return hex;
+}
+
+bool IsDigest(std::string_view text) {
+  return text.size() == DigestLength && text.find_first_not_of(Digits) == std::string_view::npos;
 }
 
 std::string Sha256Hex(std::string_view data) {

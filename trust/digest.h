@@ -14,6 +14,9 @@ constexpr size_t DigestLength = 64;  // characters of the text form
 // The text form of a digest. `bytes` points to exactly DigestBytes bytes.
 std::string HexDigest(const unsigned char* bytes);
 
+// Whether a text has the form of a digest, in lower case.
+[[nodiscard]] bool IsDigest(std::string_view text);
+
 // The digest of `data` as text. Empty if hashing failed.
 std::string Sha256Hex(std::string_view data);
 

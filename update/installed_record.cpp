@@ -4,13 +4,9 @@
 #include <string_view>
 
 #include "base/lines.h"
+#include "trust/digest.h"
 
 namespace Vantrell {
-namespace {
-
-constexpr size_t HashDigits = 64;
-
-}  // namespace
 
 std::string InstalledRecordLine(const ManifestFile& file) {
   return file.name + " " + file.sha256 + "\n";
@@ -26,10 +22,9 @@ bool ListsEveryFile(const std::string& record, const UpdateManifest& manifest) {
 std::string RecordedPackageHash(const std::string& record) {
   constexpr std::string_view PackageEnd = ".deb ";
   for (const std::string& line : SplitLines(record)) {
-    if (line.size() < PackageEnd.size() + HashDigits) continue;
-    std::string hash = line.substr(line.size() - HashDigits);
-    const bool isHash = hash.find_first_not_of("0123456789abcdef") == std::string::npos;
-    if (isHash && line.ends_with(std::string(PackageEnd) + hash)) return hash;
+    if (line.size() < PackageEnd.size() + DigestLength) continue;
+    std::string hash = line.substr(line.size() - DigestLength);
+    if (IsDigest(hash) && line.ends_with(std::string(PackageEnd) + hash)) return hash;
   }
   return "";
 }
