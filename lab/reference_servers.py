@@ -1,10 +1,8 @@
 """The publisher's configuration of nginx, in place of the lab's own servers."""
 
 import http.client
-import io
 import pathlib
 import socket
-import tarfile
 import time
 
 from lab.outside_world import BLOBS, STORAGE
@@ -54,12 +52,8 @@ class ReferenceServers:
         """The folder of a release becomes /root/release. Witnesses 2 and 3 serve it already."""
         self._machine = machine
         self._inside = pathlib.Path(f"/proc/{machine.leader}/root")
-        packed = io.BytesIO()
-        with tarfile.open(fileobj=packed, mode="w") as archive:
-            archive.add(ROOT / "publisher/server", "publisher/server")
-            if release:
-                archive.add(release, "release")
-        machine.run(["tar", "-x", "--no-same-owner", "-C", "/root"], input=packed.getvalue())
+        machine.push_folders({ROOT / "publisher/server": "publisher/server",
+                              **({release: "release"} if release else {})}, "/root")
         machine.run(["sh", "-euc", _PREPARE])
         if release:
             machine.run(["sh", "-euc", _SERVE_WITNESSES])
