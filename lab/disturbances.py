@@ -16,8 +16,10 @@ _ASKING_HOOK = """DPkg::Pre-Install-Pkgs {
   "[ $APT_LISTBUGS_FRONTEND$APT_LISTCHANGES_FRONTEND = nonenone ]"; };"""
 _TAKE_NAMES = f"""start=$(date +%s); for second in {{0..99}}; do systemd-run --user --quiet \\
   --remain-after-exit --unit={UNIT_NAME}$((start + second)) true & done; wait"""
-_FLOOD = f"""prlimit --as={2 ** 30} --pid $(systemctl show --value -p MainPID {SERVICE})
-while echo CHECK | nc -U -N -w 1 {SOCKET} | grep checking; do :; done"""
+# Until the service has ended: on a slow machine an answer can take longer than any limit.
+_FLOOD = f"""service=$(systemctl show --value -p MainPID {SERVICE})
+prlimit --as={2 ** 30} --pid $service
+while [ -d /proc/$service ]; do echo CHECK | nc -U -N -w 5 {SOCKET} || :; done"""
 _FOREIGN = """mkdir -p /root/foreign/DEBIAN && cd /root && cat >foreign/DEBIAN/control <<'END'
 Package: foreign
 Version: 1
