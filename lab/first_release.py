@@ -16,7 +16,12 @@ def follow_page(folder):
     boot, *typed = command_blocks("A machine with your servers", PAGE)
     for section in ("installs itself", "is refused", "is taken back"):
         typed += command_blocks(f"A release that {section}", PAGE)
-    shell = subprocess.run(["bash", "-c", boot], input="".join(f"echo ====\n{t}" for t in typed),
-                           text=True, stdout=subprocess.PIPE, stderr=subprocess.STDOUT,
-                           timeout=600, **place)
+    commands = "".join(f"echo ====\n{block}" for block in typed)
+    try:
+        shell = subprocess.run(["bash", "-c", boot], input=commands, text=True,
+                               stdout=subprocess.PIPE, stderr=subprocess.STDOUT, timeout=600,
+                               **place)
+    except subprocess.TimeoutExpired as error:
+        error.add_note(error.output.decode())
+        raise
     return shell.stdout.split("====\n")[1:]
