@@ -54,9 +54,12 @@ def package(version, *options, stamp=FIRST_STAMP, built=BUILT):
     sources = [service, ROOT / "packaging", ROOT / "lab/client"]
     newest = max(path.stat().st_mtime_ns for root in sources for path in root.rglob("*"))
 
+    def unpack(folder):
+        subprocess.run([ROOT / "lab/client/unpack-package", built, service, folder], check=True)
+
     def make(folder):
-        subprocess.run([ROOT / "lab/client/make-package", "--version", version, "--client",
-                        built / "stand-in-client", "--service-tree", service, "--output", folder,
+        subprocess.run([ROOT / "lab/client/make-package", "--version", version, "--from",
+                        cached(unpack, "unpacked", stamp, newest, built=built), "--output", folder,
                         *options], check=True, stdout=subprocess.DEVNULL)
 
     return next(cached(make, "package", version, stamp, options, newest,
