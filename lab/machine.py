@@ -139,7 +139,7 @@ class Machine(OutsideWorld):
             fcntl.ioctl(disk, SHUTDOWN, NO_JOURNAL)
             os.close(disk)
             self.close_outside_world()
-            self._bell.close()
+            self._messages.close()
             os.kill(self.leader, signal.SIGKILL)
             self._enter(notify)
 
@@ -159,8 +159,8 @@ class Machine(OutsideWorld):
         # Holds the processes that belong to no unit. The machine's manager cannot see it.
         self.entrance = groups / "lab"
         self.entrance.mkdir()
-        self._bell = socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM)
-        self._bell.bind(f"/proc/{self.leader}/root/run/systemd/journal/syslog")
+        self._messages = socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM)
+        self._messages.bind(f"/proc/{self.leader}/root/run/systemd/journal/syslog")
         self.open_outside_world()
 
     def _wait_until_booted(self, notify):
@@ -186,8 +186,8 @@ class Machine(OutsideWorld):
     def close(self):
         """Ends the machine at once, like a power cut. May be called twice."""
         self.close_outside_world()
-        if hasattr(self, "_bell"):
-            self._bell.close()
+        if hasattr(self, "_messages"):
+            self._messages.close()
         if hasattr(self, "_holder"):
             self._holder.stdin.close()
             self._holder.wait()
@@ -322,7 +322,7 @@ class Machine(OutsideWorld):
         """
         deadline = time.monotonic() + timeout
         while True:
-            self._silence_bell()  # before reading, so that a later line rings it again
+            self._take_messages(0)  # before reading, so that there is room for later ones
             lines = self.log()
             found = [line for line in lines[after:] if text in line]
             if found:
@@ -331,12 +331,16 @@ class Machine(OutsideWorld):
             if left <= 0:
                 raise AssertionError(f"no line with {text!r} within {timeout} s; the log:\n  "
                                      + "\n  ".join(lines))
-            # At most a second: another thread may have silenced the bell meanwhile.
-            select.select([self._bell], [], [], min(left, 1))
+            # At most 3 s: another thread may take the message, and a full queue loses it.
+            self._take_messages(min(left, 3), text)
 
-    def _silence_bell(self):
-        while select.select([self._bell], [], [], 0)[0]:
-            self._bell.recv(1)
+    def _take_messages(self, seconds, text=None):
+        """Takes messages of all units until one has `text` in it, or for so many seconds."""
+        deadline = time.monotonic() + seconds
+        while select.select([self._messages], [], [], max(0, deadline - time.monotonic()))[0]:
+            message = self._messages.recv(2 ** 16)
+            if text and text.encode() in message:
+                return
 
     def journal(self, unit=SERVICE):
         """All lines about a unit with time stamps, those of the service manager included."""
