@@ -5,6 +5,7 @@
 
 #include "apply/client_replacement.h"
 #include "apply/package_swap.h"
+#include "apply/refusal.h"
 #include "apply/release_package.h"
 #include "apply/staged_set.h"
 #include "base/file_content.h"
@@ -26,11 +27,6 @@ struct ClaimEnd {
   ClaimEnd& operator=(const ClaimEnd&) = delete;
   ~ClaimEnd() { serviceState.applyBusy.exchange(false); }
 };
-
-bool Refuse(std::string reason, std::string& error) {
-  error = std::move(reason);
-  return false;
-}
 
 // Makes a copy, because a pass may publish another release while this one is installed.
 bool CopyStaged(UpdateManifest& staged) EXCLUDES_LOCK(serviceState.stateMutex) {

@@ -1,8 +1,7 @@
 #include "apply/release_package.h"
 
-#include <utility>
-
 #include "apply/process_runner.h"
+#include "apply/refusal.h"
 #include "base/deployment.h"
 #include "base/lines.h"
 
@@ -11,11 +10,6 @@ namespace {
 
 constexpr char PackageSuffix[] = ".deb";
 constexpr char PackageArchitecture[] = "amd64";
-
-bool Refuse(std::string reason, std::string& error) {
-  error = std::move(reason);
-  return false;
-}
 
 }  // namespace
 

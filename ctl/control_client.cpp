@@ -22,16 +22,16 @@ namespace {
 constexpr int64_t ReplyLimitSeconds = 20;  // the service gives a request up after 15 s
 constexpr size_t ReplyLimitBytes = 65536;
 
-bool Fail(const std::string& sentence, std::string& error) {
+bool FailWith(const std::string& sentence, std::string& error) {
   error = sentence;
   return false;
 }
 
 bool FailSilently(std::string& error) {
-  return Fail("the update service does not answer within " + std::to_string(ReplyLimitSeconds) +
-                  " s; see \"vantrell-harbor-updatectl log\", and restart it with \"systemctl "
-                  "restart vantrell-harbor-updated.service\"",
-              error);
+  return FailWith("the update service does not answer within " + std::to_string(ReplyLimitSeconds) +
+                      " s; see \"vantrell-harbor-updatectl log\", and restart it with \"systemctl "
+                      "restart vantrell-harbor-updated.service\"",
+                  error);
 }
 
 // A send limit also bounds connect(), which waits while the queue of the socket is full.
@@ -85,17 +85,17 @@ bool AskService(const std::string& request, std::string& reply, std::string& err
   const Descriptor connection = Connect();
   if (!connection && errno == EAGAIN) return FailSilently(error);
   if (!connection) {
-    return Fail(std::string("the update service is not there (") + ClientUpdateService::SocketPath +
-                    ": " + strerror(errno) +
-                    "); start it with \"systemctl start vantrell-harbor-updated.socket "
-                    "vantrell-harbor-updated.service\"",
-                error);
+    return FailWith(std::string("the update service is not there (") +
+                        ClientUpdateService::SocketPath + ": " + strerror(errno) +
+                        "); start it with \"systemctl start vantrell-harbor-updated.socket "
+                        "vantrell-harbor-updated.service\"",
+                    error);
   }
   ClientUpdateService::SendAll(connection.Number(), request + "\n");
   std::string line;
   if (!ReadLine(connection.Number(), line)) return FailSilently(error);
   if (line.empty()) {
-    return Fail(
+    return FailWith(
         "the update service closed the connection without an answer: it is stopping, or "
         "serves too many connections; try again in a moment",
         error);

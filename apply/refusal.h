@@ -1,0 +1,16 @@
+#pragma once
+
+// The end of a step that refuses an install. Any thread may call this.
+
+#include <string>
+#include <utility>
+
+namespace Vantrell {
+
+// Gives the reason in `error`, and returns false.
+inline bool Refuse(std::string reason, std::string& error) {
+  error = std::move(reason);
+  return false;
+}
+
+}  // namespace Vantrell
