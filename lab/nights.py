@@ -73,8 +73,8 @@ class Life:
         self.offered = 0
         self.session = None
         make_noon(machine, SHUT)
-        set_timer(machine, 3, WINDOW_TIMER)
-        set_timer(machine, 3)  # two runs of the repair prove a build
+        set_timer(machine, 5, WINDOW_TIMER)
+        set_timer(machine, 5)  # two runs of the repair prove a build
         self.rescued = False  # and no newer build has proved itself
 
     def start_client(self):
@@ -102,7 +102,7 @@ def wait_until(holds, what):
     deadline = time.monotonic() + NIGHT_LIMIT
     while not holds():
         assert time.monotonic() < deadline, f"not within {NIGHT_LIMIT} s: {what}"
-        time.sleep(0.2)
+        time.sleep(0.5)
 
 
 def spend_evening(life, name, event):
