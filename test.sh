@@ -12,6 +12,7 @@ usage: ./test.sh                  everything
                                   NAME: only tests whose name contains it, in the dev build
        ./test.sh system [NAME]    system tests on booted machines;
                                   NAME: only tests that `pytest -k NAME` selects
+       ./test.sh faults           hundreds of failing system calls, one after another: minutes
 
 Installs missing packages with apt-get. The last line says how many tests and checks passed.
 VANTRELL_FLAVOUR=asan or tsan runs unit and system tests in that sanitized build alone.
@@ -217,6 +218,11 @@ system_tests() { # FLAVOUR [NAME]
   end_system "$1"
 }
 
+marked_tests() { # MARKER FLAVOUR
+  local -x PYTEST_ADDOPTS="-m $1"
+  system_tests "$2"
+}
+
 everything() {
   # Under the sanitizers only tests that run all threads, and one whole apply; under that of
   # addresses also those that read faulty and hostile input.
@@ -249,6 +255,7 @@ case "${1-all} $#" in
   'unit 1') run=(unit_tests "${VANTRELL_FLAVOUR:-asan tsan}") ;;
   'unit 2') run=(unit_tests "${VANTRELL_FLAVOUR:-dev}" -R "$2") ;;
   'system '[12]) run=(system_tests "${VANTRELL_FLAVOUR:-release}" "${2-}") ;;
+  'faults 1') run=(marked_tests faults release) ;;
   *) usage >&2; exit 2 ;;
 esac
 scripts/install-prerequisites test || exit 1

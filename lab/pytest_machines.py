@@ -12,7 +12,9 @@ from lab.update_steps import shut_window
 
 
 def pytest_configure(config):
-    config.addinivalue_line("markers", "long: takes minutes, so it begins early")
+    for marker in ("long: takes minutes, so it begins early",
+                   "faults: not in the plain run, only in ./test.sh faults"):
+        config.addinivalue_line("markers", marker)
 
 
 @pytest.hookimpl(trylast=True)

@@ -1,0 +1,141 @@
+"""What must be so on a machine after any fault, however it came about."""
+
+import hashlib
+import pathlib
+import re
+import time
+from typing import NamedTuple
+
+from lab.footprint import package_state
+from lab.machine import SERVICE
+from lab.outside_world import DOWNLOADS
+from lab.service_view import CONFIG, IDLE_THREADS, PASS_LIMIT, REPAIR, STATE, ask
+
+# Below the state directory; the machine id is that of a script beside the service.
+_OWN_FILES = re.compile(r"""client-staging(/[0-9.]+(/.+)?)?|client-rollback(/previous\.deb)?
+                        |install-id|machine-id|installed\.sha256""", re.VERBOSE)
+# A rewrite of the settings that fails leaves its temporary file, and the next one replaces it.
+_SETTINGS = {"update.conf", "update.conf.tmp"}
+
+
+class Sound(NamedTuple):
+    """What no fault may change."""
+
+    foreign: list  # the lines of the settings file that the service does not own
+    install_id: str
+    descriptors: list  # of the idle service: what each one is, sorted
+
+
+def _root(machine):
+    return pathlib.Path(f"/proc/{machine.leader}/root")
+
+
+def _group(machine):
+    return _root(machine) / f"sys/fs/cgroup/system.slice/{SERVICE}"
+
+
+def host_pid(machine):
+    """The pid of the idle service as the host sees it; 0 when it does not run."""
+    try:
+        pids = (_group(machine) / "cgroup.procs").read_text().split()
+    except OSError:
+        return 0  # between two runs
+    return int(pids[0]) if len(pids) == 1 else 0
+
+
+def _threads(machine):
+    try:
+        return len((_group(machine) / "cgroup.threads").read_text().split())
+    except OSError:
+        return 0
+
+
+def _ask_status(machine):
+    try:
+        return ask(machine, "STATUS")
+    except OSError:
+        return ""  # the service is ending
+
+
+def settle(machine, ended=lambda status, pid: True):
+    """Waits until the service is idle and answers; returns its status.
+
+    `ended` says, by a status and a pid on the host, whether what was begun has come to its end.
+    """
+    deadline = time.monotonic() + PASS_LIMIT
+    while True:
+        pid = host_pid(machine)
+        # It has fewer threads while it starts, and when it has missed a stop.
+        if pid and _threads(machine) <= IDLE_THREADS:
+            status = _ask_status(machine)
+            while status and _threads(machine) > IDLE_THREADS and time.monotonic() < deadline:
+                time.sleep(0.005)  # the thread of the connection
+            if status and pid == host_pid(machine) and ended(status, pid):
+                return status
+        assert time.monotonic() < deadline, "the service does not become idle"
+        time.sleep(0.02)
+
+
+def observe(machine):
+    """What must stay as it is, of a service that is idle and has run a check."""
+    return Sound(_foreign_lines(machine), _install_id(machine), _descriptors(machine))
+
+
+def _foreign_lines(machine):
+    try:
+        text = (_root(machine) / CONFIG.lstrip("/")).read_text()
+    except FileNotFoundError:
+        return []
+    assert text.endswith("\n"), "the settings end in the middle of a line"
+    return [line for line in text.splitlines() if not line.startswith("Channel")]
+
+
+def _install_id(machine):
+    return (_root(machine) / STATE.lstrip("/") / "install-id").read_text()
+
+
+def _descriptors(machine):
+    folder = pathlib.Path(f"/proc/{host_pid(machine)}/fd")
+    return sorted(re.sub(r":\[\d+\]", "", str(entry.readlink())) for entry in folder.iterdir())
+
+
+def _digests(folder):
+    return sorted(hashlib.sha256(path.read_bytes()).hexdigest()
+                  for path in folder.rglob("*") if path.is_file())
+
+
+def violations(machine, before, packages=False):
+    """A sentence on each thing that is not as it must be once the service is idle again.
+
+    `packages` looks at dpkg too, which takes time. The repair may run before.
+    """
+    status, found = settle(machine), []
+    after = observe(machine)
+    for name, old, new in zip(Sound._fields, before, after):
+        if old != new:
+            found.append(f"{name}: {old} became {new}")
+    state = _root(machine) / STATE.lstrip("/")
+    names = [str(path.relative_to(state)) for path in state.rglob("*")]
+    found += [f"{name} does not belong there" for name in names if not _OWN_FILES.fullmatch(name)]
+    config = _root(machine) / CONFIG.lstrip("/")
+    found += [f"{path} does not belong there" for path in config.parent.iterdir()
+              if path.name not in _SETTINGS]
+    served = _root(machine) / machine.document(DOWNLOADS, "/packages").lstrip("/")
+    word, version, *_ = status.split(" ", 2)
+    if word == "READY" and _digests(state / "client-staging" / version) != _digests(
+            served / version):
+        found.append(f"{version} is ready, and its files are not those of the release")
+    copies = _digests(state / "client-rollback")
+    if not set(copies) <= set(_digests(served)):
+        found.append("the rollback copy is not the package of a release")
+    if packages:
+        found += _package_violations(machine)
+    return found
+
+
+def _package_violations(machine):
+    if re.fullmatch(r"installed ok \S+", package_state(machine)):
+        return []
+    machine.run(["systemctl", "start", REPAIR])
+    state = package_state(machine)
+    return [] if re.fullmatch(r"installed ok \S+", state) else [f"the package is {state}"]
