@@ -54,5 +54,8 @@ STAGED_FILE_CHANGED = Mendable(f"echo >>{STAGING}/1.1/notes/readme",
                                f"truncate -s -1 {STAGING}/1.1/notes/readme")
 PACKAGE_UNREADABLE = Mendable(stub("dpkg-deb", r"printf 'one\ntwo\r\n\n'; exit 2"),
                               unstub("dpkg-deb"))
+PACKAGE_READER_MISSING = Mendable("mv /usr/bin/dpkg-deb /root", "mv /root/dpkg-deb /usr/bin")
+INSTALLER_MISSING = Mendable("mv /usr/bin/apt-get /root", "mv /root/apt-get /usr/bin")
+INSTALLER_KILLED = Mendable(stub("apt-get", "echo begun; kill -KILL $$"), unstub("apt-get"))
 NO_ROOM_FOR_PACKAGE = Mendable("mount -t tmpfs -o size=512k tmpfs /usr/share/vantrell-harbor",
                                "umount /usr/share/vantrell-harbor")

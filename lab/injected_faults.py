@@ -231,8 +231,9 @@ def _play_one(machine, operation, fault, before):
     operation.prepare(machine)
     pid = host_pid(machine)
     lines = _run(machine, operation, fault)
-    wrong = violations(machine, before, operation.packages)
+    settle(machine)
     ended = host_pid(machine) != pid
+    wrong = violations(machine, before, operation.packages, ended)
     status = _pass(machine, "CHECK" if operation.packages else operation.request)
     if not status.startswith("READY") and status != "IDLE - up to date":
         wrong.append(f"the next pass: {status}")

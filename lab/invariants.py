@@ -104,10 +104,11 @@ def _digests(folder):
                   for path in folder.rglob("*") if path.is_file())
 
 
-def violations(machine, before, packages=False):
+def violations(machine, before, packages=False, ended=False):
     """A sentence on each thing that is not as it must be once the service is idle again.
 
-    `packages` looks at dpkg too, which takes time. The repair may run before.
+    `packages` looks at dpkg too, which takes time. The repair may run before. A service that has
+    `ended` unexpectedly may leave a part of a release, which the next pass removes.
     """
     status, found = settle(machine), []
     after = observe(machine)
@@ -118,13 +119,16 @@ def violations(machine, before, packages=False):
     names = [str(path.relative_to(state)) for path in state.rglob("*")]
     found += [f"{name} does not belong there" for name in names if not _OWN_FILES.fullmatch(name)]
     config = _root(machine) / CONFIG.lstrip("/")
-    found += [f"{path} does not belong there" for path in config.parent.iterdir()
+    found += [f"{path} does not belong there" for path in config.parent.glob("*")
               if path.name not in _SETTINGS]
     served = _root(machine) / machine.document(DOWNLOADS, "/packages").lstrip("/")
     word, version, *_ = status.split(" ", 2)
-    if word == "READY" and _digests(state / "client-staging" / version) != _digests(
-            served / version):
-        found.append(f"{version} is ready, and its files are not those of the release")
+    ready = {version} if word == "READY" else set()
+    present = {path.name for path in (state / "client-staging").glob("*")}
+    for version in ready | (set() if ended else present):
+        if _digests(state / "client-staging" / version) != _digests(served / version):
+            found.append(f"{version} {'is ready' if version in ready else 'was left'}, and its "
+                         "files are not those of the release")
     copies = _digests(state / "client-rollback")
     if not set(copies) <= set(_digests(served)):
         found.append("the rollback copy is not the package of a release")

@@ -8,9 +8,11 @@ import pytest
 
 from lab import log_lines as log
 from lab.client_log import client_starts, running, started, told_to_end, wait_for_client
-from lab.damage import NO_ROOM_FOR_PACKAGE, PACKAGE_UNREADABLE, STAGED_FILE_CHANGED
+from lab.damage import (INSTALLER_KILLED, INSTALLER_MISSING, NO_ROOM_FOR_PACKAGE,
+                        PACKAGE_READER_MISSING, PACKAGE_UNREADABLE, STAGED_FILE_CHANGED)
 from lab.footprint import footprint
 from lab.held_install import package_lock
+from lab.invariants import observe, violations
 from lab.machine import SERVICE
 from lab.outside_world import CHECK_PATH, UPDATES
 from lab.peers import FAR_AWAY, clients_of_everybody
@@ -118,11 +120,15 @@ def test_a_waiting_install_ignores_a_second_request_a_newer_release_and_a_sigter
     assert machine.read(RECORD).startswith(DEB)
 
 
+SWAP_FAILED = "swap failed; the previous version was left in place"
 Refusal = namedtuple("Refusal", "error damage repair")
 REFUSALS = [
     Refusal("notes/readme: sha256 no longer matches the manifest", *STAGED_FILE_CHANGED),
     Refusal("the staged package is unreadable: two", *PACKAGE_UNREADABLE),
-    Refusal("swap failed; the previous version was left in place (apt-get exited 100: "
+    Refusal("the staged package is unreadable: cannot run dpkg-deb", *PACKAGE_READER_MISSING),
+    Refusal(f"{SWAP_FAILED} (apt-get exited -1: cannot run apt-get)", *INSTALLER_MISSING),
+    Refusal(f"{SWAP_FAILED} (apt-get exited -1: begun)", *INSTALLER_KILLED),
+    Refusal(f"{SWAP_FAILED} (apt-get exited 100: "
             "E: Sub-process /usr/bin/dpkg returned an error code (1))", *NO_ROOM_FOR_PACKAGE),
 ]
 FOREIGN = "the staged package is not vantrell-harbor 1.1 amd64"
@@ -140,10 +146,12 @@ def test_a_refused_install_gives_its_reason_and_changes_nothing(machine):
     assert machine.send("APPLY") == "ERR nothing is staged"
     start_client(machine, "alice")
     stage(machine, "1.1", "--ballast", "1", files=[README])
+    before = observe(machine)
     for refused in REFUSALS:
         machine.run(refused.damage)
         expect_refusal(machine, refused.error)
         machine.run(refused.repair)
+        assert violations(machine, before) == [], refused
 
     own = package("1.1").read_bytes()
     for error, files in [
