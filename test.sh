@@ -13,6 +13,7 @@ usage: ./test.sh                  everything
        ./test.sh system [NAME]    system tests on booted machines;
                                   NAME: only tests that `pytest -k NAME` selects
        ./test.sh faults           hundreds of failing system calls, one after another: minutes
+       ./test.sh race             everything at once under the thread sanitizer, and a soak: minutes
 
 Installs missing packages with apt-get. The last line says how many tests and checks passed.
 VANTRELL_FLAVOUR=asan or tsan runs unit and system tests in that sanitized build alone.
@@ -223,6 +224,11 @@ marked_tests() { # MARKER FLAVOUR
   system_tests "$2"
 }
 
+races() {
+  marked_tests race release
+  marked_tests race tsan
+}
+
 everything() {
   # Under the sanitizers only tests that run all threads, and one whole apply; under that of
   # addresses also those that read faulty and hostile input.
@@ -256,6 +262,7 @@ case "${1-all} $#" in
   'unit 2') run=(unit_tests "${VANTRELL_FLAVOUR:-dev}" -R "$2") ;;
   'system '[12]) run=(system_tests "${VANTRELL_FLAVOUR:-release}" "${2-}") ;;
   'faults 1') run=(marked_tests faults release) ;;
+  'race 1') run=(races) ;;
   *) usage >&2; exit 2 ;;
 esac
 scripts/install-prerequisites test || exit 1

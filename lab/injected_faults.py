@@ -201,7 +201,7 @@ def prepared(machine):
 
 def restore(machine, before):
     """Undoes what EXPECTED allows."""
-    _set(machine, CONFIG, "\n".join([*before.foreign, "Channel=prod\n"]))
+    _set(machine, CONFIG, "".join([*before.foreign, "Channel=prod\n"]))
     _set(machine, f"{STATE}/install-id", before.install_id)
 
 
@@ -241,9 +241,10 @@ def _play_one(machine, operation, fault, before):
     if known := EXPECTED.get((fault.call, fault.argument)):
         wrong = [what for what in wrong if not what.startswith(known)]
         restore(machine, before)
-    for what in wrong:
+    reached = any(line.startswith("failed") for line in lines)
+    for what in wrong if reached else [*wrong, "not reached"]:
         print(*fault, what, sep="\t", flush=True)
-    return Outcome(any(line.startswith("failed") for line in lines), ended, wrong)
+    return Outcome(reached, ended, wrong)
 
 
 def main():

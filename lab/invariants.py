@@ -86,8 +86,8 @@ def _foreign_lines(machine):
         text = (_root(machine) / CONFIG.lstrip("/")).read_text()
     except FileNotFoundError:
         return []
-    assert text.endswith("\n"), "the settings end in the middle of a line"
-    return [line for line in text.splitlines() if not line.startswith("Channel")]
+    return [line for line in text.splitlines(keepends=True)
+            if not re.fullmatch(r"Channel=(dev|beta|prod)\n", line)]
 
 
 def _install_id(machine):

@@ -13,7 +13,8 @@ from lab.update_steps import shut_window
 
 def pytest_configure(config):
     for marker in ("long: takes minutes, so it begins early",
-                   "faults: not in the plain run, only in ./test.sh faults"):
+                   "faults: not in the plain run, only in ./test.sh faults",
+                   "race: not in the plain run, only in ./test.sh race"):
         config.addinivalue_line("markers", marker)
 
 
