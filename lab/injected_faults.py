@@ -60,6 +60,7 @@ EXPECTED = {
 }
 
 
+# Version, session and the brackets of an inode, which a shell pattern would take for a set.
 _VARIES = re.compile(r"(?<=[/_])1\.[1-3](?=[/_\n]|$)|(?<=sessions/)c\d+|[][]")
 
 
@@ -152,9 +153,9 @@ def tracer():
 def traced(machine, fault=None):
     """Yields a function that returns the lines of fail-call so far, for the running service."""
     words = [*fault, getattr(errno, ERRORS[fault.call])] if fault else []
-    with tempfile.NamedTemporaryFile("r", errors="replace") as lines:
+    with tempfile.NamedTemporaryFile() as lines:
         process = subprocess.Popen([tracer(), *map(str, [host_pid(machine), *words])],
-                                   stdout=open(lines.name, "w"), stderr=subprocess.PIPE, text=True)
+                                   stdout=lines, stderr=subprocess.PIPE, text=True)
         try:
             said = process.stderr.readline()
             assert said == "attached\n", said
