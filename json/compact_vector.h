@@ -1,13 +1,15 @@
 #pragma once
 
 // A vector and a string for records of which a document has millions. Each of them costs its owner
-// one pointer, and nothing more while it is empty. A vector that grows keeps its elements once in
-// memory: realloc() has the kernel move the pages of a large block. Like the containers of the
-// standard library, they end the process when memory is exhausted, since nothing catches
-// std::bad_alloc.
+// one pointer, and nothing more while it is empty; a string of up to 7 bytes has no block either.
+// A vector that grows keeps its elements once in memory: realloc() has the kernel move the pages of
+// a large block. Like the containers of the standard library, they end the process when memory is
+// exhausted, since nothing catches std::bad_alloc. So does a vector of 2 to the 32nd elements.
 
 #include <algorithm>
+#include <bit>
 #include <cstddef>
+#include <cstdint>
 #include <cstdlib>
 #include <memory>
 #include <new>
@@ -22,13 +24,19 @@ template <typename Element>
 class CompactVector {
  public:
   CompactVector() = default;
-  CompactVector(const CompactVector& other) { Append(other.begin(), other.size()); }
+  CompactVector(const CompactVector& other) {
+    if (other.block_ == nullptr) return;
+    Reserve(other.size());
+    std::uninitialized_copy(other.begin(), other.end(), begin());
+    block_->size = other.block_->size;
+  }
   CompactVector(CompactVector&& other) noexcept : block_(std::exchange(other.block_, nullptr)) {}
   CompactVector& operator=(CompactVector other) noexcept {
     std::swap(block_, other.block_);
     return *this;
   }
   ~CompactVector() {
+    if (block_ == nullptr) return;
     std::destroy(begin(), end());
     free(block_);
   }
@@ -47,12 +55,16 @@ class CompactVector {
     if (size() == Capacity()) Reserve(size() + size() / 2 + 1);
     return *new (begin() + block_->size++) Element(std::move(element));
   }
-  // Reserves exactly what is needed. The source must not be in this vector.
-  void Append(const Element* source, size_t count) {
-    if (count == 0) return;
-    Reserve(size() + count);
-    std::uninitialized_copy_n(source, count, end());
-    block_->size += count;
+  // Moves the elements from `start` on into a vector that has room for no more than these.
+  CompactVector CutFrom(size_t start) {
+    CompactVector tail;
+    if (start == size()) return tail;
+    tail.Reserve(size() - start);
+    std::uninitialized_move(begin() + start, end(), tail.begin());
+    std::destroy(begin() + start, end());
+    tail.block_->size = block_->size - static_cast<uint32_t>(start);
+    block_->size = static_cast<uint32_t>(start);
+    return tail;
   }
   void Clear() { *this = CompactVector(); }
 
@@ -61,9 +73,9 @@ class CompactVector {
   }
 
  private:
-  struct alignas(std::max_align_t) Block {  // the elements follow
-    size_t size;
-    size_t capacity;
+  struct alignas(void*) Block {  // the elements follow
+    uint32_t size;
+    uint32_t capacity;
   };
 
   Element* Elements() const {
@@ -72,10 +84,11 @@ class CompactVector {
   size_t Capacity() const { return block_ == nullptr ? 0 : block_->capacity; }
   void Reserve(size_t capacity) {
     static_assert(alignof(Element) <= alignof(Block));
-    const size_t count = size();
+    if (capacity > UINT32_MAX) throw std::bad_alloc();
+    const auto count = static_cast<uint32_t>(size());
     void* const memory = realloc(block_, sizeof(Block) + capacity * sizeof(Element));
     if (memory == nullptr) throw std::bad_alloc();
-    block_ = new (memory) Block{count, capacity};
+    block_ = new (memory) Block{count, static_cast<uint32_t>(capacity)};
   }
 
   Block* block_ = nullptr;
@@ -85,17 +98,54 @@ class CompactString {
  public:
   CompactString() = default;
   // Implicit, like the conversions between the strings of the standard library.
-  CompactString(std::string_view text) { bytes_.Append(text.data(), text.size()); }
-  operator std::string_view() const { return {bytes_.begin(), bytes_.size()}; }
+  CompactString(std::string_view text) {
+    if (text.size() <= sizeof short_.bytes) {
+      short_.mark = static_cast<unsigned char>(text.size() * 2 + 1);
+      text.copy(short_.bytes, text.size());
+      return;
+    }
+    void* const memory = malloc(sizeof(Block) + text.size());
+    if (memory == nullptr) throw std::bad_alloc();
+    auto* const block = new (memory) Block{text.size()};
+    text.copy(reinterpret_cast<char*>(block + 1), text.size());
+    short_ = std::bit_cast<Short>(block);
+  }
+  CompactString(const CompactString& other) : CompactString(std::string_view(other)) {}
+  CompactString(CompactString&& other) noexcept : short_(std::exchange(other.short_, {})) {}
+  CompactString& operator=(CompactString other) noexcept {
+    std::swap(short_, other.short_);
+    return *this;
+  }
+  ~CompactString() {
+    if (!IsShort()) free(std::bit_cast<Block*>(short_));
+  }
+
+  operator std::string_view() const {
+    if (IsShort()) return {short_.bytes, short_.mark / size_t{2}};
+    return {reinterpret_cast<const char*>(LongBlock() + 1), LongBlock()->size};
+  }
   friend bool operator==(const CompactString& left, const CompactString& right) {
-    return left.bytes_ == right.bytes_;
+    return std::string_view(left) == std::string_view(right);
   }
   friend bool operator==(const CompactString& left, std::string_view right) {
     return std::string_view(left) == right;
   }
 
  private:
-  CompactVector<char> bytes_;
+  struct Block {  // the bytes follow
+    size_t size;
+  };
+  struct alignas(void*) Short {
+    unsigned char mark = 1;  // the size, times two and plus one
+    char bytes[sizeof(void*) - 1] = {};
+  };
+  // The first byte of an address is the lowest one. It is even, because a block is aligned.
+  static_assert(std::endian::native == std::endian::little);
+
+  bool IsShort() const { return short_.mark % 2 == 1; }
+  const Block* LongBlock() const { return std::bit_cast<const Block*>(short_); }
+
+  Short short_;  // or the address of a block
 };
 
 }  // namespace Vantrell

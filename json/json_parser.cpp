@@ -1,10 +1,14 @@
 #include "json/json_parser.h"
 
+#include <algorithm>
+#include <charconv>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
-#include <map>
+#include <set>
+#include <string>
 #include <string_view>
+#include <utility>
 
 namespace Vantrell {
 namespace {
@@ -12,12 +16,17 @@ namespace {
 // The limit for arrays and objects within each other. The text comes from the network, and the
 // parser is recursive, as are copy, destructor and DumpJson of its result: without a limit a body
 // of brackets would end the process. Each of them needs less than 512 KiB of stack for this many
-// levels, optimised or not, and less than 4 MiB with the address sanitizer. A thread has 8 MiB.
+// levels as it is shipped, and less than 4 MiB without optimisation or with a sanitizer. A thread
+// has 8 MiB.
 constexpr size_t NestingLimit = 1000;
 
 // From this number of members on, keys are searched in an index. For fewer members a search through
 // the list is faster.
 constexpr size_t IndexedSize = 16;
+
+// A number of so many digits and nothing else is read without strtod(): every such number is exact
+// as a double.
+constexpr size_t ExactDigits = 15;
 
 constexpr size_t ErrorTextSize = 128;  // bytes, including the NUL at the end
 
@@ -27,18 +36,30 @@ constexpr size_t UnicodeDigits = 4;  // hexadecimal, after the `u` of an escape
 struct JsonParser {
   const std::string& text;
   size_t position = 0;
-  size_t depth = 0;     // arrays and objects that are open at `position`
-  std::string error;    // empty until the first error
-  std::string content;  // of the string that was read last
+  size_t depth = 0;       // arrays and objects that are open at `position`
+  std::string error;      // empty until the first error
+  std::string unescaped;  // the content of the last string that had an escape
+  // The complete members of all objects that are open at `position`.
+  CompactVector<CompactString> keys;
+  CompactVector<JsonValue> values;
 
   bool AtEnd() const { return position >= text.size(); }
   char Current() const { return text[position]; }
 };
 
-// The places of the keys of one object, as views of the stored keys, whose bytes do not move. A
-// tree and not a hash table, because the author of the document chooses the keys and could choose
-// them so that their hashes collide.
-using KeyIndex = std::map<std::string_view, size_t>;
+// Compares keys, and places of keys in JsonParser::keys.
+struct KeyOrder {
+  using is_transparent = void;
+  const CompactVector<CompactString>& keys;
+
+  std::string_view Key(size_t place) const { return keys[place]; }
+  static std::string_view Key(std::string_view key) { return key; }
+  bool operator()(auto left, auto right) const { return Key(left) < Key(right); }
+};
+
+// The places of the keys of one object. A tree and not a hash table, because the author of the
+// document chooses the keys and could choose them so that their hashes collide.
+using KeyIndex = std::set<size_t, KeyOrder>;
 
 // Keeps the first error. Returns false, so that the caller can return the result. Not inlined,
 // because its buffer would enlarge the stack frames of the recursive functions.
@@ -163,27 +184,34 @@ bool ParseEscape(JsonParser& parser, std::string& target) {
   }
 }
 
-// Appends everything up to the next quote or backslash at once. All bytes are accepted: raw line
-// ends and invalid UTF-8 are part of the string.
-void AppendPlainStretch(JsonParser& parser, std::string& target) {
-  const char* const start = parser.text.data() + parser.position;
-  const char* const end = parser.text.data() + parser.text.size();
-  const char* stop = start;
-  while (stop != end && *stop != '"' && *stop != '\\') ++stop;
-  target.append(start, stop);
-  parser.position += static_cast<size_t>(stop - start);
+// The place of the next such byte before `end`, or `end`.
+size_t FindByte(const JsonParser& parser, char byte, size_t end) {
+  const std::string_view text(parser.text.data(), end);
+  return std::min(text.find(byte, parser.position), end);
 }
 
-// Begins at the opening quote. The result is in `parser.content`.
-bool ParseJsonString(JsonParser& parser) {
-  parser.content.clear();
+// Begins at the opening quote. All bytes are accepted: raw line ends and invalid UTF-8 are part of
+// the string. `content` becomes a view of the text or, if the string has an escape, of
+// `parser.unescaped`. It is valid until the next string is read.
+bool ParseJsonString(JsonParser& parser, std::string_view& content) {
+  const std::string_view text = parser.text;
   ++parser.position;
+  parser.unescaped.clear();
+  size_t quote = FindByte(parser, '"', text.size());
   while (true) {
-    AppendPlainStretch(parser, parser.content);
+    // Not searched again after each escape, so that the time is linear.
+    if (quote < parser.position) quote = FindByte(parser, '"', text.size());
+    const size_t stop = FindByte(parser, '\\', quote);
+    content = text.substr(parser.position, stop - parser.position);
+    parser.position = stop;
     if (parser.AtEnd()) return SetParseError(parser, "unterminated string");
-    if (Accept(parser, '"')) return true;
     ++parser.position;
-    if (!ParseEscape(parser, parser.content)) return false;
+    if (stop == quote && parser.unescaped.empty()) return true;
+
+    parser.unescaped.append(content);
+    content = parser.unescaped;
+    if (stop == quote) return true;
+    if (!ParseEscape(parser, parser.unescaped)) return false;
   }
 }
 
@@ -202,11 +230,17 @@ bool ParseNumber(JsonParser& parser, JsonValue& value) {
   }
   if (!hasDigit) return SetParseError(parser, "expected number");
 
+  value.kind = JsonKind::Number;
+  const std::string_view run(parser.text.data() + start, parser.position - start);
+  uint64_t whole = 0;
+  const char* const end = std::from_chars(run.begin(), run.end(), whole).ptr;
+  if (end == run.end() && run.size() <= ExactDigits) {
+    value.number = static_cast<double>(whole);
+    return true;
+  }
   // strtod() gets a copy of the run: in the text itself it would read 0x10 as 16. It may stop
   // before the end of the run.
-  const std::string run(parser.text, start, parser.position - start);
-  value.kind = JsonKind::Number;
-  value.number = strtod(run.c_str(), nullptr);
+  value.number = strtod(std::string(run).c_str(), nullptr);
   return true;
 }
 
@@ -225,8 +259,7 @@ bool ParseBool(JsonParser& parser, JsonValue& value) {
   return AcceptLiteral(parser, value.boolean ? "true" : "false");
 }
 
-// Fills a new Null value that is already in its place within its parent, so that a filled value is
-// not copied into its parent.
+// Fills a new Null value. An element of an array is already in its place, so that it is not moved.
 bool ParseJsonValue(JsonParser& parser, JsonValue& value);
 
 bool ParseArray(JsonParser& parser, JsonValue& value) {
@@ -236,7 +269,7 @@ bool ParseArray(JsonParser& parser, JsonValue& value) {
   if (Accept(parser, ']')) return true;
 
   while (true) {
-    if (!ParseJsonValue(parser, value.PushBack(JsonValue()))) return false;
+    if (!ParseJsonValue(parser, value.items.Append(JsonValue()))) return false;
 
     SkipWhitespace(parser);
     if (parser.AtEnd()) return SetParseError(parser, "unterminated array");
@@ -245,47 +278,69 @@ bool ParseArray(JsonParser& parser, JsonValue& value) {
   }
 }
 
-// Does the same as object.Set(key, JsonValue()), but fast for many keys. `index` belongs to this
-// object and is empty before the first call.
-JsonValue& SetNull(JsonValue& object, KeyIndex& index, const std::string& key) {
-  const size_t count = object.keys.size();
-  if (count < IndexedSize) return object.Set(key, JsonValue());
-  if (index.empty()) {
-    for (size_t place = 0; place < count; ++place) index.emplace(object.keys[place], place);
+// The place of the key among those from `first` on, which are those of one object, or the number of
+// all keys when there is none. `index` belongs to this object and is empty at first.
+size_t FindKey(const CompactVector<CompactString>& keys, size_t first, KeyIndex& index,
+               std::string_view key) {
+  if (keys.size() - first < IndexedSize) {
+    const CompactString* const found = std::find(keys.begin() + first, keys.end(), key);
+    return static_cast<size_t>(found - keys.begin());
   }
+  for (size_t place = first + index.size(); place < keys.size(); ++place) index.insert(place);
   const auto entry = index.find(key);
-  if (entry != index.end()) return object.values[entry->second] = JsonValue();
-  index.emplace(object.keys.Append(CompactString(key)), count);
-  return object.values.Append(JsonValue());
+  return entry == index.end() ? keys.size() : *entry;
 }
 
-// A key and the colon after it. The key is in `parser.content`.
-bool ParseKey(JsonParser& parser) {
+// A key and the colon after it.
+bool ParseKey(JsonParser& parser, CompactString& key) {
   SkipWhitespace(parser);
   if (parser.AtEnd() || parser.Current() != '"') {
     return SetParseError(parser, "expected object key");
   }
-  if (!ParseJsonString(parser)) return false;
+  std::string_view content;
+  if (!ParseJsonString(parser, content)) return false;
+  key = content;
   SkipWhitespace(parser);
   return Accept(parser, ':') || SetParseError(parser, "expected ':'");
 }
 
-bool ParseObject(JsonParser& parser, JsonValue& value) {
-  value.kind = JsonKind::Object;
+// Does what Set() does for the object whose members begin at `first`.
+bool ParseMember(JsonParser& parser, size_t first, KeyIndex& index) {
+  CompactString key;
+  JsonValue value;
+  if (!ParseKey(parser, key) || !ParseJsonValue(parser, value)) return false;
+  const size_t place = FindKey(parser.keys, first, index, key);
+  if (place < parser.keys.size()) {
+    parser.values[place] = std::move(value);
+    return true;
+  }
+  parser.keys.Append(std::move(key));
+  parser.values.Append(std::move(value));
+  return true;
+}
+
+// The members are gathered in the parser, after those of the objects around this one, so that the
+// object gets blocks of exactly their number.
+bool ParseObject(JsonParser& parser, JsonValue& object) {
+  object.kind = JsonKind::Object;
   ++parser.position;
   SkipWhitespace(parser);
   if (Accept(parser, '}')) return true;
 
-  KeyIndex index;  // stays empty while the object has few members
+  const size_t first = parser.keys.size();
+  KeyIndex index(KeyOrder{parser.keys});  // stays empty while the object has few members
   while (true) {
-    if (!ParseKey(parser)) return false;
-    if (!ParseJsonValue(parser, SetNull(value, index, parser.content))) return false;
+    if (!ParseMember(parser, first, index)) return false;
 
     SkipWhitespace(parser);
     if (parser.AtEnd()) return SetParseError(parser, "unterminated object");
-    if (Accept(parser, '}')) return true;
+    if (Accept(parser, '}')) break;
     if (!Accept(parser, ',')) return SetParseError(parser, "expected ',' or '}'");
   }
+  index.clear();  // before the members are in memory twice
+  object.keys = parser.keys.CutFrom(first);
+  object.values = parser.values.CutFrom(first);
+  return true;
 }
 
 // Limits the recursion of arrays and objects.
@@ -300,8 +355,9 @@ bool ParseNested(JsonParser& parser, JsonValue& value) {
 
 bool ParseText(JsonParser& parser, JsonValue& value) {
   value.kind = JsonKind::String;
-  if (!ParseJsonString(parser)) return false;
-  value.text = CompactString(parser.content);
+  std::string_view content;
+  if (!ParseJsonString(parser, content)) return false;
+  value.text = content;
   return true;
 }
 
@@ -327,7 +383,7 @@ bool ParseJsonValue(JsonParser& parser, JsonValue& value) {
 }  // namespace
 
 std::optional<JsonValue> ParseJson(const std::string& text, std::string* error) {
-  JsonParser parser{text, 0, 0, {}, {}};
+  JsonParser parser{text, 0, 0, {}, {}, {}, {}};
   JsonValue value;
   if (ParseJsonValue(parser, value)) return value;
   if (error != nullptr) *error = parser.error;

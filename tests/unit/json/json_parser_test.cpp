@@ -11,7 +11,8 @@ TEST(JsonParser, TakesTheFirstValueOfATextOrNamesTheFirstErrorAndItsOffset) {
   const std::vector<TextCase> cases = {
       {"blanks", " \t\r\n{ \"b\" : [ 1 , true ,false, null ] } ", R"({"b":[1,true,false,null]})"},
       {"text after the value", "truex", "true"},
-      {"a repeated key", R"({"":[1],"":{"c":2},"b":3,"":[4]})", R"({"":[4],"b":3})"},
+      {"repeated keys", R"({"":[1],"b":3,"":{"b":2},"1234567":5,"12345678":6,"1234567":[]})",
+       R"({"":{"b":2},"b":3,"1234567":[],"12345678":6})"},
       {"repeated keys of many", "{\"a\":[0]" + many + R"(,"a":4,"q":[2],"q":[3]})",
        "{\"a\":4" + many + R"(,"q":[3]})"},
       {"numbers as strtod() reads them", "[+1,001,.1E+1,1.0.3,1-2,1e,--5,e5]", "[1,1,1,1,1,1,0,0]"},
