@@ -29,7 +29,8 @@ def scratch():
     with tempfile.TemporaryDirectory(dir=BUILT, prefix="scratch-") as name:
         folder = pathlib.Path(name)
         (folder / "service").symlink_to(BUILT / "service")
-        (folder / "stand-in-client").symlink_to(BUILT / "release/lab/client/stand-in-client")
+        for program in "stand-in-client", "stand-in-service":
+            (folder / program).symlink_to(BUILT / "release/lab/client" / program)
         yield folder
 
 
