@@ -113,7 +113,7 @@ def main():
             restarts.append(restart)
     our_times, our_costs, starts = zip(*ours)
     times, costs = zip(*theirs)
-    row("a whole apply", our_times, "apt-get by hand", times, "s", goal="0.1 s more")
+    row("a whole apply", our_times, "apt-get by hand", times, "s", goal="at most 0.1 s more")
     row("a whole apply, processor time", our_costs, "apt-get by hand", costs, "s")
     row("status 75 to READY=1", starts, "SIGKILL to READY=1", restarts, "s")
     for name, our, their in ("time", our_times, times), ("processor time", our_costs, costs):

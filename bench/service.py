@@ -60,14 +60,9 @@ def restart(machine):
 
 
 def wait_until_idle(process, timeout=600):
-    """Waits until only the lasting threads are left; returns the largest number seen."""
+    """Waits until only the lasting threads are left."""
     deadline = time.monotonic() + timeout
-    most = 0
-    while True:
-        threads = int(service_view.field(process, "Threads"))
-        most = max(most, threads)
-        if threads == service_view.IDLE_THREADS:
-            return most
+    while (threads := int(service_view.field(process, "Threads"))) != service_view.IDLE_THREADS:
         if time.monotonic() > deadline:
             raise TimeoutError(f"the service still has {threads} threads")
         time.sleep(0.05)

@@ -1,17 +1,17 @@
-// Sends COUNT equal requests, each over a connection of its own, and prints the number of replies
-// per second.
+// Sends COUNT equal requests, each over a connection of its own. Prints the number of replies per
+// second, and the times of a request that 50 %, 99 % and 99.9 % do not exceed, in microseconds.
 //
 //   socket_client SOCKET REQUEST REPLY COUNT THREADS
 //
-// Every reply must be REPLY. A request whose connection is closed without a reply is sent again:
-// the service serves a limited number of connections at once.
+// Every reply must be REPLY. A request whose connection is closed without a reply is sent again,
+// which is part of its time: the service serves a limited number of connections at once.
 
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
-#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -20,6 +20,7 @@
 #include <vector>
 
 #include "base/descriptor.h"
+#include "bench/stopwatch.h"
 
 namespace Vantrell {
 namespace {
@@ -29,6 +30,7 @@ struct Load {
   std::string request;
   std::string reply;
   std::atomic<int> left{0};
+  std::vector<double> microseconds;  // of each request; its index is what was left then
 };
 
 [[noreturn]] void Fail(const char* what) {
@@ -57,9 +59,11 @@ std::string Ask(const Load& load) {
 }
 
 void AskUntilDone(Load* load) {
-  while (load->left-- > 0) {
+  for (int index = --load->left; index >= 0; index = --load->left) {
     std::string reply;
-    while (reply.empty()) reply = Ask(*load);
+    load->microseconds[static_cast<size_t>(index)] = Microseconds([&] {
+      while (reply.empty()) reply = Ask(*load);
+    });
     if (reply == load->reply) continue;
     fprintf(stderr, "socket_client: unexpected reply: %s", reply.c_str());
     exit(1);
@@ -76,15 +80,22 @@ int main(int argc, char** argv) {
   load.request = std::string(argv[2]) + "\n";
   load.reply = std::string(argv[3]) + "\n";
   const int count = atoi(argv[4]);
+  if (count <= 0) return 2;
   load.left = count;
+  load.microseconds.resize(static_cast<size_t>(count));
 
-  const auto start = std::chrono::steady_clock::now();
-  std::vector<std::thread> threads;
-  for (int number = atoi(argv[5]); number > 0; --number) {
-    threads.emplace_back(Vantrell::AskUntilDone, &load);
+  const double taken = Vantrell::Microseconds([&] {
+    std::vector<std::thread> threads;
+    for (int number = atoi(argv[5]); number > 0; --number) {
+      threads.emplace_back(Vantrell::AskUntilDone, &load);
+    }
+    for (std::thread& thread : threads) thread.join();
+  });
+  std::sort(load.microseconds.begin(), load.microseconds.end());
+  printf("%.0f", count / taken * 1e6);
+  for (const double share : {0.5, 0.99, 0.999}) {
+    printf(" %.1f", load.microseconds[static_cast<size_t>(share * count)]);
   }
-  for (std::thread& thread : threads) thread.join();
-  const std::chrono::duration<double> taken = std::chrono::steady_clock::now() - start;
-  printf("%.0f\n", count / taken.count());
+  printf("\n");
   return 0;
 }

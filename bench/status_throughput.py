@@ -1,49 +1,63 @@
 #!/usr/bin/python3
-"""STATUS requests a second: the service and minimal servers of the same shape, one client."""
+"""STATUS requests a second and the time of each: the service beside minimal servers in C.
 
-import statistics
+The bare server has the same shape; the limited one also has what a server needs to stop at once and
+to survive silent peers. The times are those that 50 %, 99 % and 99.9 % of the requests of a round
+do not exceed.
+"""
+
+from typing import NamedTuple
 
 import service
 from lab.machine import SOCKET
+from rows import row
 
 ROUNDS = 61  # many short ones: a busy moment of the host then affects few of them
-REQUESTS = 1000
+REQUESTS = 2000
 REPLY = "IDLE - up to date"
-# Names of units, and the arguments of minimal_server in each.
-MINIMAL_SERVERS = {"bare": [], "limited": ["limited"]}
+TIMES = ["p50", "p99", "p99.9"]
 
 
-def rate(machine, client, path, threads):
-    return int(machine.run([client, path, "STATUS", REPLY, REQUESTS, threads]))
+class Server(NamedTuple):
+    """A server, the socket that it listens on, and the goal of the service's rate beside it."""
+    name: str
+    path: str
+    goal: str = ""
+    arguments: tuple = ()  # of minimal_server
+
+
+OURS = Server("ours", SOCKET)
+RIVALS = [Server("bare C server", "/run/bare.sock", "at least 0.93"),
+          Server("limited C server", "/run/limited.sock", "at least 0.97", ("limited",))]
 
 
 def compare(machine, client, threads):
-    paths = {"ours": SOCKET, **{name: f"/run/{name}.sock" for name in MINIMAL_SERVERS}}
-    rates = {name: [] for name in paths}
+    found = {server: [] for server in [OURS, *RIVALS]}
     for _ in range(ROUNDS):
-        for name, path in paths.items():
-            rates[name].append(rate(machine, client, path, threads))
-    line = f"STATUS, {threads} at a time: ours {statistics.median(rates['ours']):.0f}/s"
-    for name in MINIMAL_SERVERS:
-        # The ratio of each round, since the load of the machine changes between rounds.
-        ratio = statistics.median(our / their for our, their in zip(rates["ours"], rates[name]))
-        line += f"; {name} C server {statistics.median(rates[name]):.0f}/s, ratio {ratio:.2f}"
-    print(line)
+        for server, figures in found.items():
+            printed = machine.run([client, server.path, "STATUS", REPLY, REQUESTS, threads])
+            figures.append([float(word) for word in printed.split()])
+    our_rates, *our_times = zip(*found[OURS])
+    name = f"STATUS, {threads} client{'s' * (threads > 1)}"
+    for server in RIVALS:
+        rates, *times = zip(*found[server])
+        row(name, our_rates, server.name, rates, "/s", server.goal)
+        for quantile, ours, theirs in zip(TIMES, our_times, times):
+            row(f"{name}, {quantile}", ours, server.name, theirs, "us")
 
 
 def main():
     service.build()
     with service.scratch() as built, service.machine_with_service(built) as machine:
         client = service.push_program(machine, "socket_client")
-        server = service.push_program(machine, "minimal_server")
-        for name, words in MINIMAL_SERVERS.items():
+        program = service.push_program(machine, "minimal_server")
+        for server in RIVALS:
             # A unit, as ours is: the scheduler divides the processors between units.
-            machine.run(["systemd-run", "--quiet", f"--unit={name}", server, f"/run/{name}.sock",
-                         REPLY, *words])
+            machine.run(["systemd-run", "--quiet", program, server.path, REPLY, *server.arguments])
         process = service.restart(machine)
         machine.send("CHECK")  # nothing is on offer: REPLY stays the same from then on
         service.wait_until_idle(process)
-        for threads in (1, 4):
+        for threads in (1, 8):
             compare(machine, client, threads)
 
 
