@@ -2,14 +2,12 @@
 """Context switches of the idle service, beside a process that polls each second."""
 
 import pathlib
-import signal
 import subprocess
 import sys
 import time
 
 import service
-from lab.client_log import running
-from lab.service_view import CLIENT, context_switches
+from lab.service_view import context_switches
 from rows import row
 
 SECONDS = 10
@@ -37,13 +35,6 @@ def compare(state, process):
         "at most 0 switches")
 
 
-def hold_session(machine):
-    client = running(machine, machine.popen([CLIENT], stderr=subprocess.DEVNULL))
-    client.send_signal(signal.SIGUSR2)
-    machine.wait_for_log("a session is live (1 held)")
-    return client
-
-
 def main():
     service.build()
     with service.scratch() as built, service.machine_with_service(built) as machine:
@@ -55,7 +46,7 @@ def main():
         compare("after a check pass", process)
 
         process = service.restart(machine)
-        client = hold_session(machine)
+        client = service.hold_sessions(machine, 1)
         compare("while a client holds its session", process)
         client.terminate()
 

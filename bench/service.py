@@ -2,6 +2,7 @@
 
 import contextlib
 import pathlib
+import signal
 import subprocess
 import sys
 import tempfile
@@ -12,6 +13,8 @@ BUILT = ROOT / "build/bench"
 sys.path.insert(0, str(ROOT))
 
 from lab import service_view  # noqa: E402
+from lab.client_log import running  # noqa: E402
+from lab.log_lines import HELD  # noqa: E402
 from lab.machine import Machine, missing_requirements  # noqa: E402
 from lab.releases import package  # noqa: E402
 
@@ -66,3 +69,12 @@ def wait_until_idle(process, timeout=600):
         if time.monotonic() > deadline:
             raise TimeoutError(f"the service still has {threads} threads")
         time.sleep(0.05)
+
+
+def hold_sessions(machine, count):
+    """Starts a client that holds so many sessions; returns it."""
+    client = running(machine, machine.popen([service_view.CLIENT], stderr=subprocess.DEVNULL))
+    for held in range(1, count + 1):
+        client.send_signal(signal.SIGUSR2)
+        machine.wait_for_log(HELD.format(held))
+    return client
