@@ -17,6 +17,6 @@ rm -rf $built/service
 DESTDIR="$PWD/$built/service" cmake --install $built/release --prefix /usr --strip
 
 for program in fleet hash_file json_memory json_parse scan_processes socket_client start_child \
-  minimal_daemon minimal_server no_trim.so; do
+  minimal_daemon minimal_server no_trim.so witness_files; do
   cp $built/release/bench/$program $built/
 done

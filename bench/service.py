@@ -67,13 +67,13 @@ def restart(machine):
     return process
 
 
-def wait_until_idle(process, timeout=600):
+def wait_until_idle(process, timeout=600, interval=0.05):
     """Waits until only the lasting threads are left."""
     deadline = time.monotonic() + timeout
     while (threads := int(service_view.field(process, "Threads"))) != service_view.IDLE_THREADS:
         if time.monotonic() > deadline:
             raise TimeoutError(f"the service still has {threads} threads")
-        time.sleep(0.05)
+        time.sleep(interval)
 
 
 def hold_sessions(machine, count):
