@@ -11,7 +11,7 @@ namespace {
 constexpr size_t TextSize = 8'000'000;  // bytes
 constexpr int Rounds = 3;
 
-constexpr const char* Goal = "ours <= 16.00";
+constexpr const char* Goal = "at most 16 B/B";
 
 struct Shape {
   const char* name;
@@ -29,7 +29,7 @@ const Shape Shapes[] = {
     {"files of a manifest",
      R"({"name":"modules/part-000001.so","sha256":"00000000000000000000000000000000000000000000)"
      R"(00000000000000000001","size":40017,"url":"https://downloads.vantrell.example/part-000001"})",
-     "ours <= 3.00"},
+     "at most 3 B/B"},
 };
 
 std::string MakeArray(const std::string& element) {

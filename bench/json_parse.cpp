@@ -47,7 +47,7 @@ int main() {
   for (const int files : Files) {
     const int rounds = std::clamp(200000 / files, LeastRounds, MostRounds);
     Compare("parse a manifest of " + std::to_string(files) + " files", "ms", MakeManifest(files),
-            rounds, MeasureTime, "ratio <= 1.20");
+            rounds, MeasureTime, "at most 1.2");
   }
   return 0;
 }

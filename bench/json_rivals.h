@@ -71,9 +71,7 @@ inline double Quantile(std::vector<double> values, double share) {
   return values[static_cast<size_t>(share * static_cast<double>(values.size() - 1))];
 }
 
-// Measures our parser and its rivals in turn, and prints a row for each rival, separated by tabs:
-// name, our figure, the rival and its figure, the ratio, its quartiles, and the goal. The figures
-// and the ratio are medians.
+// Measures our parser and its rivals in turn, and prints a row for each rival, as in rows.py.
 template <typename Measure>
 void Compare(const std::string& name, const char* unit, const std::string& text, int rounds,
              const Measure& measure, const char* goal) {
@@ -88,7 +86,7 @@ void Compare(const std::string& name, const char* unit, const std::string& text,
     }
   }
   for (size_t rival = 0; rival < std::size(Rivals); ++rival) {
-    printf("%s\t%.2f %s\t%s\t%.2f %s\t%.2f\t%.2f-%.2f\t%s\n", name.c_str(), Quantile(ours, 0.5),
+    printf("%s\t%.2f %s\t%s\t%.2f %s\t%.2f\t%.2f to %.2f\t%s\n", name.c_str(), Quantile(ours, 0.5),
            unit, Rivals[rival].name, Quantile(theirs[rival], 0.5), unit,
            Quantile(ratios[rival], 0.5), Quantile(ratios[rival], 0.25),
            Quantile(ratios[rival], 0.75), rival == 0 ? goal : "-");
