@@ -5,9 +5,9 @@
 
 #include "apply/client_replacement.h"
 #include "apply/package_swap.h"
-#include "apply/refusal.h"
 #include "apply/release_package.h"
 #include "apply/staged_set.h"
+#include "base/failure.h"
 #include "base/file_content.h"
 #include "base/log_line.h"
 #include "service/service_state.h"
@@ -43,10 +43,10 @@ void ClearStaged() EXCLUDES_LOCK(serviceState.stateMutex) {
 
 // The tests before the files are read. A live session refuses every caller.
 bool PassGates(bool ignoreWindow, UpdateManifest& staged, std::string& error) {
-  if (!CopyStaged(staged)) return Refuse("nothing is staged", error);
-  if (serviceState.sessionHolds > 0) return Refuse("a session is live", error);
+  if (!CopyStaged(staged)) return FailWith("nothing is staged", error);
+  if (serviceState.sessionHolds > 0) return FailWith("a session is live", error);
   if (!ignoreWindow && !IsWindowOpenNow()) {
-    return Refuse("outside the maintenance window (" + WindowText() + ")", error);
+    return FailWith("outside the maintenance window (" + WindowText() + ")", error);
   }
   return true;
 }
@@ -106,7 +106,7 @@ bool ApplyStagedUpdate(bool ignoreWindow, const ClientLaunchContext* requester,
                        std::string& error) {
   // This must come before ClaimEnd: a refused apply must not end the claim of the other one.
   if (serviceState.applyBusy.exchange(true)) {
-    return Refuse("an install is already running", error);
+    return FailWith("an install is already running", error);
   }
   const ClaimEnd end;
   UpdateManifest staged;

@@ -10,6 +10,7 @@
 #include <string_view>
 
 #include "base/descriptor.h"
+#include "base/failure.h"
 #include "base/read_input.h"
 #include "base/steady_time.h"
 #include "ctl/printable_text.h"
@@ -21,11 +22,6 @@ namespace {
 
 constexpr int64_t ReplyLimitSeconds = 20;  // the service gives a request up after 15 s
 constexpr size_t ReplyLimitBytes = 65536;
-
-bool FailWith(const std::string& sentence, std::string& error) {
-  error = sentence;
-  return false;
-}
 
 bool FailSilently(std::string& error) {
   return FailWith("the update service does not answer within " + std::to_string(ReplyLimitSeconds) +

@@ -2,6 +2,7 @@
 
 #include "apply/process_runner.h"
 #include "base/deployment.h"
+#include "base/failure.h"
 #include "base/file_content.h"
 #include "base/lines.h"
 #include "ctl/package_state.h"
@@ -13,11 +14,6 @@ namespace {
 constexpr char InstalledSums[] = "/var/lib/dpkg/info/vantrell-harbor.md5sums";
 // From this length on, the output of a program may be cut.
 constexpr size_t WholeOutputBytes = 262144;
-
-bool Refuse(const std::string& sentence, std::string& error) {
-  error = sentence;
-  return false;
-}
 
 // A field of the control file; empty when the file is not a package.
 std::string Field(const std::string& path, const std::string& field) {
@@ -40,24 +36,24 @@ bool HasInstalledFiles(const std::string& path) {
 bool IsInstalledPackage(const std::string& path, std::string& error) {
   const PackageState installed = ReadPackageState();
   if (!installed.IsInstalled()) {
-    return Refuse(
+    return FailWith(
         "the client's package is not completely installed; wait for the end of an install, "
         "or install it with apt-get",
         error);
   }
   if (Field(path, "Package") != ClientPackageName) {
-    return Refuse(std::string("the file is not a package of ") + ClientPackageName +
-                      "; give the package that is installed",
-                  error);
+    return FailWith(std::string("the file is not a package of ") + ClientPackageName +
+                        "; give the package that is installed",
+                    error);
   }
   const std::string version = Field(path, "Version");
   if (version != installed.version) {
-    return Refuse("the file holds version " + version + ", but " + installed.version +
-                      " is installed; give the package that is installed",
-                  error);
+    return FailWith("the file holds version " + version + ", but " + installed.version +
+                        " is installed; give the package that is installed",
+                    error);
   }
   if (HasInstalledFiles(path)) return true;
-  return Refuse(
+  return FailWith(
       "the file is another build of version " + version + "; give the package that is installed",
       error);
 }

@@ -23,7 +23,7 @@ TOKEN = re.compile(LITERAL + "|.", re.DOTALL)
 SENTENCE = re.compile(r"[A-Za-z]{2,} [a-z]{2,}")
 
 # The argument of each function that takes a text, and the assignments that make one.
-CALLS = {"LogLine": 0, "Refuse": 0, "RefuseQuorum": 0, "RefuseRelease": 0, "PublishStatus": 0,
+CALLS = {"LogLine": 0, "FailWith": 0, "RefuseQuorum": 0, "RefuseRelease": 0, "PublishStatus": 0,
          "SetParseError": 1, "SendAll": 1}
 SINK = re.compile(rf"\b(?P<call>{'|'.join(CALLS)})\(|"
                   r"\b(?:error|output|lastStatus) = |"

@@ -1,6 +1,6 @@
 #pragma once
 
-// The end of a step that refuses an install. Any thread may call this.
+// The end of a step that cannot go on. Any thread may call this.
 
 #include <string>
 #include <utility>
@@ -8,7 +8,7 @@
 namespace Vantrell {
 
 // Gives the reason in `error`, and returns false.
-inline bool Refuse(std::string reason, std::string& error) {
+inline bool FailWith(std::string reason, std::string& error) {
   error = std::move(reason);
   return false;
 }
