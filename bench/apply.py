@@ -16,7 +16,6 @@ with the pause of RestartSec=.
 """
 
 import os
-import pathlib
 import select
 import statistics
 import sys
@@ -24,6 +23,7 @@ import time
 
 import service  # finds the lab, too
 from lab import update_steps
+from lab.invariants import host_pid
 from lab.machine import SERVICE
 from lab.releases import package
 from lab.service_view import INSTALL, RECORD, ask, wait_for_passes
@@ -56,26 +56,22 @@ def install_by_hand(machine, version):
     return [int(number) / 1e6 for number in printed.split()]
 
 
-def used(group):
-    return int((group / "cpu.stat").read_text().split()[1]) / 1e6
-
-
 def end_service(machine, end):
     """Calls `end`, which ends the service.
 
     Returns seconds and processor seconds until then, and seconds from then to the next READY=1.
     """
-    group = pathlib.Path(f"/proc/{machine.leader}/root/sys/fs/cgroup/system.slice/{SERVICE}")
-    process = os.pidfd_open(int((group / "cgroup.procs").read_text()))
+    process = os.pidfd_open(host_pid(machine))
     lines = len(machine.log())
 
-    before, start = used(group), time.monotonic()
+    before, start = service.processor_seconds(machine), time.monotonic()
     end()
     # Nothing reads the log meanwhile: this would take processor time from what is measured.
     if not select.select([process], [], [], END_LIMIT)[0]:
         sys.exit("apply.py: the service does not end:\n" + "\n".join(machine.log()[lines:]))
     ended = time.monotonic()
-    spent = used(group) - before  # the scripts of ExecStopPost= have just begun there
+    # The scripts of ExecStopPost= have just begun in the unit.
+    spent = service.processor_seconds(machine) - before
     os.close(process)
 
     machine.wait_for_log("listening on", after=lines)

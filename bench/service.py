@@ -76,6 +76,12 @@ def wait_until_idle(process, timeout=600, interval=0.05):
         time.sleep(interval)
 
 
+def processor_seconds(machine):
+    """The processor time that the unit of the service has used so far."""
+    stat = service_view.service_group(machine) / "cpu.stat"
+    return int(stat.read_text().split()[1]) / 1e6
+
+
 def hold_sessions(machine, count):
     """Starts a client that holds so many sessions; returns it."""
     client = running(machine, machine.popen([service_view.CLIENT], stderr=subprocess.DEVNULL))

@@ -7,9 +7,8 @@ import time
 from typing import NamedTuple
 
 from lab.footprint import package_state
-from lab.machine import SERVICE
 from lab.outside_world import DOWNLOADS
-from lab.service_view import CONFIG, IDLE_THREADS, PASS_LIMIT, REPAIR, STATE, ask
+from lab.service_view import CONFIG, IDLE_THREADS, PASS_LIMIT, REPAIR, STATE, ask, service_group
 
 # Below the state directory; the machine id is that of a script beside the service.
 _OWN_FILES = re.compile(r"""client-staging(/[0-9.]+(/.+)?)?|client-rollback(/previous\.deb)?
@@ -30,14 +29,10 @@ def _root(machine):
     return pathlib.Path(f"/proc/{machine.leader}/root")
 
 
-def _group(machine):
-    return _root(machine) / f"sys/fs/cgroup/system.slice/{SERVICE}"
-
-
 def host_pid(machine):
     """The pid of the idle service as the host sees it; 0 when it does not run."""
     try:
-        pids = (_group(machine) / "cgroup.procs").read_text().split()
+        pids = (service_group(machine) / "cgroup.procs").read_text().split()
     except OSError:
         return 0  # between two runs
     return int(pids[0]) if len(pids) == 1 else 0
@@ -45,7 +40,7 @@ def host_pid(machine):
 
 def _threads(machine):
     try:
-        return len((_group(machine) / "cgroup.threads").read_text().split())
+        return len((service_group(machine) / "cgroup.threads").read_text().split())
     except OSError:
         return 0
 

@@ -222,11 +222,16 @@ def context_switches(process):
             for line in (thread / "status").read_text().splitlines() if "ctxt_switches" in line]
 
 
+def service_group(machine):
+    """The control group of the service, as a folder on the host."""
+    return pathlib.Path(f"/proc/{machine.leader}/root/sys/fs/cgroup/system.slice/{SERVICE}")
+
+
 def wait_for_passes(machine):
     """Returns when only the lasting threads of the service are left: every pass has ended."""
-    group = f"/proc/{machine.leader}/root/sys/fs/cgroup/system.slice/{SERVICE}/cgroup.threads"
+    threads = service_group(machine) / "cgroup.threads"
     deadline = time.monotonic() + PASS_LIMIT
-    while len(pathlib.Path(group).read_text().split()) > IDLE_THREADS:
+    while len(threads.read_text().split()) > IDLE_THREADS:
         assert time.monotonic() < deadline, "a pass does not end"
         time.sleep(0.01)
 
