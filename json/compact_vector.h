@@ -4,7 +4,8 @@
 // one pointer, and nothing more while it is empty; a string of up to 7 bytes has no block either.
 // A vector that grows keeps its elements once in memory: realloc() has the kernel move the pages of
 // a large block. Like the containers of the standard library, they end the process when memory is
-// exhausted, since nothing catches std::bad_alloc. So does a vector of 2 to the 32nd elements.
+// exhausted, since no reader of JSON catches std::bad_alloc. So does a vector that would have to
+// make room for 2 to the 32nd elements.
 
 #include <algorithm>
 #include <bit>
