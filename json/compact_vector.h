@@ -12,6 +12,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
+#include <cstring>
 #include <memory>
 #include <new>
 #include <string_view>
@@ -19,8 +20,8 @@
 
 namespace Vantrell {
 
-// Growth copies the bytes of the elements, so an element must not have a pointer to itself.
-// std::string has one, CompactString does not.
+// Elements move as bytes, in growth and in CutFrom(), so an element must not have a pointer to
+// itself. std::string has one, CompactString does not.
 template <typename Element>
 class CompactVector {
  public:
@@ -61,8 +62,8 @@ class CompactVector {
     CompactVector tail;
     if (start == size()) return tail;
     tail.Reserve(size() - start);
-    std::uninitialized_move(begin() + start, end(), tail.begin());
-    std::destroy(begin() + start, end());
+    memcpy(static_cast<void*>(tail.begin()), static_cast<const void*>(begin() + start),
+           (size() - start) * sizeof(Element));
     tail.block_->size = block_->size - static_cast<uint32_t>(start);
     block_->size = static_cast<uint32_t>(start);
     return tail;
