@@ -48,8 +48,7 @@ def measure(machine, load, script, new_connections):
         lines.append('wrk.headers["Connection"] = "close"')
     script.write_text("\n".join(lines))
 
-    root = pathlib.Path(f"/proc/{machine.leader}/root")
-    group = root / "sys/fs/cgroup/system.slice/nginx.service/cpu.stat"
+    group = machine.on_host("/sys/fs/cgroup/system.slice/nginx.service/cpu.stat")
     network = pathlib.Path(f"/proc/{machine.leader}/net/dev")
 
     def used():

@@ -32,7 +32,7 @@ class OutsideWorld:
 
     def open_outside_world(self):
         self._moved = {}
-        self._misbehaving = MisbehavingServer(f"/proc/{self.leader}/root/run/lab/misbehave.sock")
+        self._misbehaving = MisbehavingServer(str(self.on_host("/run/lab/misbehave.sock")))
 
     def close_outside_world(self):
         if hasattr(self, "_misbehaving"):

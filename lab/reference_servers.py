@@ -1,7 +1,6 @@
 """The publisher's configuration of nginx, in place of the lab's own servers."""
 
 import http.client
-import pathlib
 import socket
 import time
 
@@ -12,7 +11,7 @@ MIRROR = "mirror.site.example"
 CHECKS, MIRRORED = "/var/log/nginx/checks.log", "/var/log/nginx/mirror.log"
 # A second entrance to the update server, without TLS, so that the host can ask it.
 _ENTRANCE = "/run/check.sock"
-_GROUP = "sys/fs/cgroup/system.slice/nginx.service/cgroup.procs"
+_GROUP = "/sys/fs/cgroup/system.slice/nginx.service/cgroup.procs"
 _GIVE_UP = """systemctl stop nginx lab-mute.socket
 rm /etc/systemd/system/nginx.service.d/lab.conf; systemctl daemon-reload"""
 # One worker of nginx: its log has the order of the answers. Certificates; the name of the mirror;
@@ -51,7 +50,6 @@ class ReferenceServers:
     def __init__(self, machine, release=None):
         """The folder of a release becomes /root/release. Witnesses 2 and 3 serve it already."""
         self._machine = machine
-        self._inside = pathlib.Path(f"/proc/{machine.leader}/root")
         machine.push_folders({ROOT / "publisher/server": "publisher/server",
                               **({release: "release"} if release else {})}, "/root")
         machine.run(["sh", "-euc", _PREPARE])
@@ -74,12 +72,12 @@ class ReferenceServers:
             time.sleep(0.01)
 
     def _processes(self):
-        group = self._inside / _GROUP
+        group = self._machine.on_host(_GROUP)
         return set(group.read_text().split()) if group.exists() else set()
 
     def statuses(self, bodies, method="POST"):
         """The status of the answer to each body."""
-        connection = _Connection(self._inside / _ENTRANCE.lstrip("/"))
+        connection = _Connection(self._machine.on_host(_ENTRANCE))
         found = []
         for body in bodies:
             connection.request(method, "/api/v1/check", body.encode())

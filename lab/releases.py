@@ -122,7 +122,7 @@ def publish_by_hand(machine, files, key="release-1", block=None):
     for file, content in zip(WITNESS_FILES, (block, signature, digest.encode())):
         documents.update({fact(number, file): content for number in (1, 2, 3)})
     for place, content in documents.items():
-        path = pathlib.Path(f"/proc/{machine.leader}/root{machine.document(*place)}")
+        path = machine.on_host(machine.document(*place))
         path.parent.mkdir(parents=True, exist_ok=True)
         path.write_bytes(content)
     return digest

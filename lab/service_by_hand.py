@@ -25,7 +25,7 @@ class Supervisor:
         self._queue, self._log = (socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM)
                                   for _ in range(2))
         self._queue.settimeout(60)
-        self._queue.bind(f"/proc/{machine.leader}/root/run/told")
+        self._queue.bind(str(machine.on_host("/run/told")))
         self._log.connect(self._queue.getsockname())
 
     def start(self):

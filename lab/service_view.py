@@ -1,6 +1,5 @@
 """What the host can observe of the service, mostly without starting a program in the machine."""
 
-import pathlib
 import socket
 import time
 from typing import NamedTuple
@@ -54,7 +53,7 @@ def dial(machine):
     """A connection to the control socket from the host; the machine cannot name the peer's pid."""
     connection = socket.socket(socket.AF_UNIX)
     connection.settimeout(60)
-    connection.connect(f"/proc/{machine.leader}/root{SOCKET}")
+    connection.connect(str(machine.on_host(SOCKET)))
     return connection
 
 
@@ -191,11 +190,8 @@ def units(machine):
 
 
 def process_folder(machine, pid=None):
-    """The folder /proc/PID of the service or of another pid inside the machine.
-
-    Reading it from the host takes no processor time in the machine.
-    """
-    return pathlib.Path(f"/proc/{machine.leader}/root/proc/{pid or main_pid(machine)}")
+    """The folder /proc/PID of the service or of another pid inside the machine."""
+    return machine.on_host(f"/proc/{pid or main_pid(machine)}")
 
 
 def environment_of(machine, pid):
@@ -224,7 +220,7 @@ def context_switches(process):
 
 def service_group(machine):
     """The control group of the service, as a folder on the host."""
-    return pathlib.Path(f"/proc/{machine.leader}/root/sys/fs/cgroup/system.slice/{SERVICE}")
+    return machine.on_host(f"/sys/fs/cgroup/system.slice/{SERVICE}")
 
 
 def wait_for_passes(machine):
@@ -248,6 +244,6 @@ def records(machine):
 
 def kept(machine):
     """Every path below the state directory, with its mode, sorted."""
-    root = pathlib.Path(f"/proc/{machine.leader}/root{STATE}")
+    root = machine.on_host(STATE)
     return sorted(f"{path.relative_to(root)} {path.lstat().st_mode & 0o7777:o}"
                   for path in root.rglob("*"))

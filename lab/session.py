@@ -69,8 +69,8 @@ class Session:
         scope = os.path.basename(self._group)
         self._machine.run(["systemctl", "stop", scope], check=False)
         # The service manager tells logind of the end, and logind announces nothing: poll.
-        record = f"/proc/{self._machine.leader}/root/run/systemd/sessions/{self.id}"
+        record = self._machine.on_host(f"/run/systemd/sessions/{self.id}")
         deadline = time.monotonic() + 60
-        while os.path.exists(record) and time.monotonic() < deadline:
+        while record.exists() and time.monotonic() < deadline:
             time.sleep(0.01)
-        assert not os.path.exists(record), f"session {self.id} does not end"
+        assert not record.exists(), f"session {self.id} does not end"
