@@ -4,15 +4,18 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <optional>
 #include <set>
 
 #include "base/directories.h"
+#include "base/file_content.h"
 #include "base/steady_time.h"
 #include "ctl/control_client.h"
 #include "ctl/exit_status.h"
 #include "ctl/messages.h"
 #include "ctl/status_reply.h"
 #include "ctl/unit_states.h"
+#include "service/check_requests.h"
 
 namespace Vantrell::Control {
 namespace {
@@ -26,14 +29,23 @@ using Threads = std::set<std::string>;
 
 std::string TaskFolder(const std::string& pid) { return "/proc/" + pid + "/task"; }
 
-// The threads of a process. Empty when it has ended or cannot be seen. The kernel ends the list
-// early when a thread exits meanwhile, such as that of a connection. So it is read several times.
-Threads ThreadsOf(const std::string& pid) {
+bool RunsCheck(const std::string& pid, const std::string& thread) {
+  return ReadWholeFile(TaskFolder(pid) + "/" + thread + "/comm") ==
+         std::string(ClientUpdateService::CheckThreadName) + "\n";
+}
+
+// The threads of the service that run a check which a request has begun. Nothing when it has ended
+// or cannot be seen. The kernel ends the list early when a thread exits meanwhile, such as that of
+// a connection. So it is read several times.
+std::optional<Threads> CheckThreads(const std::string& pid) {
   Threads threads;
   for (int reading = 0; reading < ListReadings; ++reading) {
     if (reading > 0) SleepMs(ListPauseMs);
     const Directory folder = OpenDirectory(TaskFolder(pid));
-    while (const char* name = folder ? NextEntry(folder) : nullptr) threads.insert(name);
+    if (!folder) return std::nullopt;
+    while (const char* name = NextEntry(folder)) {
+      if (RunsCheck(pid, name)) threads.insert(name);
+    }
   }
   return threads;
 }
@@ -47,7 +59,7 @@ void ShowProgress(int64_t startMs, bool ends) {
 }
 
 // STATUS does not tell that a check has ended: its text may be the same as before. So this waits
-// for the end of the threads that the service started with the request.
+// for the end of the thread that the service started with the request.
 int WaitForThreads(const std::string& pid, const Threads& ours) {
   const int64_t startMs = SteadyNowMs();
   for (;;) {
@@ -83,16 +95,16 @@ int CheckAndWait() {
   // A connection starts a service that is stopped. It must run before its threads are listed.
   if (!AskService("STATUS", reply, error)) return Fail(ExitCannotTell, error);
   const std::string pid = UnitProperty(ServiceUnit, "MainPID");
-  const Threads before = ThreadsOf(pid);
+  const std::optional<Threads> before = CheckThreads(pid);
   if (!AskService("CHECK", reply, error)) return Fail(ExitCannotTell, error);
-  Threads ours = ThreadsOf(pid);
-  if (before.empty() || ours.empty()) {
+  std::optional<Threads> ours = CheckThreads(pid);
+  if (!before || !ours) {
     return Fail(ExitCannotTell,
                 "the check has begun, but this user cannot see when it ends; see "
                 "\"status\" later");
   }
-  for (const std::string& thread : before) ours.erase(thread);
-  const int waited = WaitForThreads(pid, ours);
+  for (const std::string& thread : *before) ours->erase(thread);
+  const int waited = WaitForThreads(pid, *ours);
   return waited == ExitWell ? PrintOutcome() : waited;
 }
 

@@ -1,5 +1,7 @@
 #include "service/check_requests.h"
 
+#include <pthread.h>
+
 #include <thread>
 
 #include "base/log_line.h"
@@ -10,8 +12,11 @@
 namespace Vantrell::ClientUpdateService {
 namespace {
 
+// The thread has its name when the reply is sent, so that the peer can find it.
 void StartCheckPass() {
-  std::thread([] { RunCheckPass(); }).detach();
+  std::thread thread([] { RunCheckPass(); });
+  pthread_setname_np(thread.native_handle(), CheckThreadName);
+  thread.detach();
 }
 
 }  // namespace

@@ -12,6 +12,9 @@ namespace Vantrell::ClientUpdateService {
 // With the blank that separates the verb from the ring.
 constexpr std::string_view SetRingVerb = "SETRING ";
 
+// In /proc/PID/task/TID/comm, where a peer can see that the pass still runs.
+constexpr char CheckThreadName[] = "check-pass";  // at most 15 bytes
+
 // Serves CHECK, for any peer. Returns the reply without its line feed. The arguments are not used.
 std::string AnswerCheck(const std::string& line, int connection);
 
