@@ -4,7 +4,9 @@
 #include <sys/file.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdio>
+#include <cstring>
 
 #include "base/descriptor.h"
 #include "base/directories.h"
@@ -75,7 +77,11 @@ int RunSeed(const Arguments& arguments) {
   if (!RequireRoot()) return ExitCannotTell;
   // Not the state directory: a user who can open a file, even for reading, can hold its lock.
   const Descriptor lock(open(SeedLock, O_RDWR | O_CREAT | O_CLOEXEC, 0600));
-  if (!lock || flock(lock.Number(), LOCK_EX | LOCK_NB) != 0) {
+  if (!lock) {
+    return Fail(ExitCannotTell, std::string("the lock cannot be opened (") + SeedLock + ": " +
+                                    strerror(errno) + ")");
+  }
+  if (flock(lock.Number(), LOCK_EX | LOCK_NB) != 0) {
     return Fail(ExitCannotTell, "another seed runs; wait for its end");
   }
   MakeDirs(StateDir, 0755);

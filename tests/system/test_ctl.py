@@ -3,6 +3,7 @@
 import subprocess
 
 from lab.control_program import PROGRAM, control, facts
+from lab.held_install import package_lock
 from lab.log_lines import RESTORED, UNJUDGED
 from lab.machine import SERVICE
 from lab.releases import package, publish_by_hand, release
@@ -19,6 +20,7 @@ STOPPED = [f'{unit} is stopped; start it with "systemctl start {unit}"'
            for unit in (SOCKET_UNIT, SERVICE)]
 NAME = "vantrell-harbor_1.0_amd64.deb"
 PACKAGE = f"/root/{NAME}"
+LOCK = "/run/vantrell-harbor-seed.lock"
 GIVE = "; give the package that is installed."
 FOREIGN = [  # version, behaviour of its client, what is said
     ("1.1", "stay", f"{PROGRAM}: the file holds version 1.1, but 1.0 is installed{GIVE}"),
@@ -86,6 +88,9 @@ def test_status_and_its_exit_status_follow_an_update_from_refusal_to_rollback(ma
 
 def test_a_rollback_copy_is_made_of_the_installed_package_only(machine):
     machine.push(package("1.0"), PACKAGE)
+    machine.run(f"mkdir {LOCK}")
+    assert f"opened ({LOCK}: Is a directory)" in control(machine, f"seed {PACKAGE}").printed
+    machine.run(f"rmdir {LOCK}")
     for version, behaviour, reason in FOREIGN:
         machine.push(package(version, "--behaviour", behaviour), f"/root/foreign/{NAME}")
         assert control(machine, f"seed /root/foreign/{NAME}").printed == reason
@@ -108,11 +113,15 @@ def test_a_rollback_copy_is_made_of_the_installed_package_only(machine):
             "machine-id 644"}
     assert {*kept(machine)} - {"install-id 644"} == left  # of a first check on a slow machine
 
-    stage(machine, "1.1", "--preinst", "sleep 2")
-    lines = request_apply(machine)
-    machine.run("until pgrep -x dpkg; do sleep 0.05; done")
-    machine.run(f"while pgrep -x dpkg; do sleep 0.05; done; ! {PROGRAM} seed {PACKAGE}")
-    machine.wait_for_log("listening on", after=lines)
+    stage(machine, "1.1")
+    with package_lock(machine):
+        request_apply(machine)
+        machine.run("until pidof apt-get; do sleep 0.05; done")
+        seed = machine.popen([PROGRAM, "seed", PACKAGE], stdout=subprocess.PIPE,
+                             stderr=subprocess.STDOUT, text=True)
+        assert seed.stdout.readline().startswith("Stopping the service")
+    with seed:
+        assert "holds version 1.0, but 1.1 is installed" in seed.stdout.read()
     assert machine.read(RECORD).startswith("vantrell-harbor_1.1_amd64.deb ")
 
 
@@ -151,8 +160,11 @@ def test_every_command_ends_with_a_sentence_where_the_service_cannot_help(machin
     assert "listening on" in control(machine, "log").printed
     assert control(machine, "ring >/dev/full") == (
         2, f"{PROGRAM}: the standard output cannot be written.")
-    watched = machine.run(f"timeout 2 {PROGRAM} watch", user="alice", check=False)
-    assert watched.startswith("service        answers\nlast check     ")
+    with machine.popen(["timeout", "60", PROGRAM, "watch"], user="alice", stdout=subprocess.PIPE,
+                       text=True) as watching:
+        assert watching.stdout.readline() == "service        answers\n"
+        assert watching.stdout.readline().startswith("last check     ")
+        watching.terminate()
 
     machine.run(["systemctl", "kill", "--signal=STOP", SERVICE])
     assert control(machine, "window") == (2, f"{PROGRAM}: {MUTE}.")
