@@ -11,6 +11,15 @@ readonly LinkTargets='^/(dev|etc|opt|run|usr|var)(/|$)'
 # The only file that the client tree may hold as well: both parts are joined.
 readonly Overrides=usr/share/lintian/overrides/$Package
 
+is_one_of() { # TEXT TEXTS...
+  local text=$1 each
+  shift
+  for each; do
+    [ "$each" != "$text" ] || return 0
+  done
+  return 1
+}
+
 is_plain_file() { [[ -f $1 && ! -L $1 ]]; }
 
 # True for UTF-8 on standard input without control characters other than tabs, line and form feeds;
@@ -60,7 +69,7 @@ check_hooks() {
   local name
   [ -d "$hooks" ] || refuse "\"$hooks\" is not a directory; give the one of the hooks with --hooks."
   while IFS= read -rd '' name; do
-    [[ " ${Hooks[*]} " == *" $name "* ]] ||
+    is_one_of "$name" "${Hooks[@]}" ||
       refuse "$(printf %q "$hooks/$name") is not a hook; hooks are named ${Hooks[*]}."
     check_text "$hooks/$name" hook
     [[ $(head -n 1 "$hooks/$name") =~ ^#!/bin/sh(\ -e)?$ ]] ||
@@ -87,6 +96,15 @@ check_link() { # PATH BELOW THE TREE
   [[ $target =~ $LinkTargets && $target/ != "$(realpath "$clientTree")"/* ]] || refuse "the link" \
     "$(printf %q "/$1") in the client tree leads to $target, where a client has no files;" \
     "remove it."
+}
+
+# Prints the names of the desktop files that start the client, without ".desktop".
+desktop_names() {
+  local file
+  for file in "$clientTree"/{usr/share/applications,etc/xdg/autostart}/*.desktop; do
+    ! grep -qsE '^Exec=([^ ]* )*"?(/usr/bin/)?vantrell-harbor"?( |$)' "$file" ||
+      basename "$file" .desktop
+  done
 }
 
 check_client_tree() {
@@ -116,6 +134,11 @@ check_client_tree() {
       refuse "--set-id names $file, which is not a file with a set-id bit in the client tree;" \
         "correct it."
   done
+  # Desktops write other characters in other forms.
+  while IFS= read -r file; do
+    [[ $file != *[!A-Za-z0-9_.-]* ]] || refuse "the desktop file $(printf %q "$file.desktop")" \
+      "starts the client; give it a name of letters, digits, \"-\", \"_\" and \".\"."
+  done < <(desktop_names)
 }
 
 # Refuses a client tree that would replace a file of the service, or lead it elsewhere by a link.

@@ -49,6 +49,9 @@ REFUSED_TREES = [  # what is done to good trees, what is said
      "character; rename it."),
     ("chmod u+s client/usr/bin/vantrell-harbor", "/usr/bin/vantrell-harbor in the client tree has "
      "a set-id bit; remove the bit, or name the file with --set-id."),
+    ("mkdir -p client/usr/share/applications; echo Exec=vantrell-harbor "
+     ">client/usr/share/applications/a+b.desktop", "the desktop file a+b.desktop starts the "
+     "client; give it a name of letters, digits, \"-\", \"_\" and \".\"."),
     ("mv client real; ln -s real client; touch real/x", "the client tree holds /x; put files of "
      "the client below /etc, /opt, /usr and /var only."),
 ]
@@ -68,8 +71,8 @@ REFUSED_TEXTS = [  # option, its value, a line that makes what it names, what is
     ("--changelog", "it", "echo 'vantrell-harbor (0.9) stable' >it", "the first line of the "
      "changelog it does not begin with \"vantrell-harbor (1) \"; add an entry for this version at "
      "the top."),
-    ("--hooks", "hooks", "mkdir -p hooks; echo '#!/bin/sh' >hooks/postins", "hooks/postins is not "
-     "a hook; hooks are named preinst postinst prerm postrm."),
+    ("--hooks", "hooks", "mkdir -p hooks; echo '#!/bin/sh' >'hooks/preinst postinst'", "hooks/"
+     "preinst\\ postinst is not a hook; hooks are named preinst postinst prerm postrm."),
     ("--hooks", "hooks", "rm hooks/*; printf '#!/bin/sh\\r\\n' >hooks/prerm", "the hook "
      "hooks/prerm is not plain text in UTF-8 with line feeds only; convert it."),
     ("--hooks", "hooks", "echo '#!/bin/bash' >hooks/prerm", "the hook hooks/prerm does not begin "
@@ -182,7 +185,7 @@ REFUSED_VALUES = [  # what is said
     ("RELEASE_KEY_2", "key1.pub", "are the same key"),
     ("RELEASE_KEY_2", "absent.pub", "cannot be read"),
     ("WITNESS_3", "https://me@Downloads.vantrell.invalid.:443/a", "Two witnesses are on"),
-    ("UPDATE_HOST", "updates.vantrell.example", "is an example host"),
+    ("UPDATE_HOST", "updates.vantrell.EXAMPLE.", "is an example host"),
     ("WITNESS_2", "", "does not give a value of a deployment"),
 ]
 
