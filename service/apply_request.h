@@ -21,7 +21,8 @@ struct ApplyRequest {
 std::string AnswerApply(const std::string& line, int connection);
 
 // The body of the detached thread: waits up to 30 s for the client to exit and runs the apply. A
-// stop of the service does not wait for this: the apply is then lost.
+// stop of the service does not wait for the client's exit, and the apply is then lost. It waits for
+// an apply that has begun.
 void RunRequestedApply(const ApplyRequest& request);
 
 }  // namespace Vantrell::ClientUpdateService
