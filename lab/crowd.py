@@ -60,14 +60,16 @@ def crowd(machine, count=None):
     """
     ended, seen = threading.Event(), Crowd(collections.Counter(), [])
     weights = [kind.weight for kind in KINDS]
+    counted = [collections.Counter() for _ in range(PEERS)]
 
     def be_peer(number):
         rng, left = random.Random(number), len(range(number, count or 0, PEERS))
+        replies = counted[number]  # a Counter of several threads would lose some
         while left if count else not ended.is_set():
             left -= 1
             [kind] = rng.choices(KINDS, weights)
             reply = _send(machine, kind)
-            seen.replies[kind.request if reply else "none"] += 1
+            replies[kind.request if reply else "none"] += 1
             if reply and not re.fullmatch(kind.reply, reply):
                 seen.wrong.append((kind.request, reply))
 
@@ -80,6 +82,8 @@ def crowd(machine, count=None):
         ended.set()
         for peer in peers:
             peer.join()
+        for replies in counted:
+            seen.replies.update(replies)
 
 
 # Loops of the machine; each ends with its process.

@@ -35,8 +35,9 @@ mount_root() {
 # groups and its disk until then.
 patiently() { # COMMAND...
   tries=0
-  until "$@" 2>/dev/null || [ $tries -gt 500 ]; do
+  until "$@" 2>/dev/null; do
     tries=$((tries + 1))
+    [ $tries -lt 6000 ] || { echo "hold-machine.sh: still fails: $*" >&2; return 1; }
     sleep 0.01
   done
 }

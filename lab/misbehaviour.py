@@ -22,9 +22,10 @@ class _Handler(http.server.BaseHTTPRequestHandler):
         key = (self.headers["Host"], self.path)
         how, content, came = self.server.plan.get(key, ("close", b"", threading.Event()))
         self.rfile.read(int(self.headers.get("Content-Length", 0)))
+        released = self.server.released  # before clear() can replace it
         came.set()
         if how == "hang":
-            self.server.released.wait()
+            released.wait()
         elif how == "cut":
             self._send(200, content, content[:len(content) // 2])
         elif isinstance(how, bytes):

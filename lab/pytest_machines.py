@@ -2,6 +2,7 @@
 
 import contextlib
 import itertools
+import subprocess
 
 import pytest
 
@@ -9,6 +10,8 @@ from lab import installed_client, kill_rounds, sanitizers
 from lab.machine import Machine, missing_requirements
 from lab.service_view import log_exit_status
 from lab.update_steps import shut_window
+
+MACHINES = ["machine", "bare_machine", "durable_machine"]  # the fixtures below
 
 
 def pytest_configure(config):
@@ -77,6 +80,11 @@ def pytest_runtest_makereport(item, call):
     outcome = yield
     report = outcome.get_result()
     arguments = getattr(item, "funcargs", {})
-    machine = arguments.get("machine") or arguments.get("bare_machine")
-    if report.when == "call" and report.failed and machine:
-        report.sections.append(("journal of the service", machine.journal()))
+    machine = next((arguments[name] for name in MACHINES if name in arguments), None)
+    if report.when != "call" or not report.failed or not machine:
+        return
+    try:
+        journal = machine.journal()
+    except (OSError, subprocess.SubprocessError) as error:  # its power is off
+        journal = str(error)
+    report.sections.append(("journal of the service", journal))

@@ -121,7 +121,7 @@ def end_listening(machine):
     It may still work, and the service manager has not been told of its end.
     """
     machine.run(["systemctl", "kill", "--signal=TERM", "--kill-who=main", SERVICE])
-    machine.run(f'until [ -z "$(echo STATUS | timeout 2 nc -U -N {SOCKET})" ]; do :; done')
+    machine.run(f'until [ -z "$(echo STATUS | timeout 10 nc -U -N {SOCKET})" ]; do :; done')
 
 
 def restarts(machine):

@@ -31,6 +31,7 @@ def test_a_session_delays_the_install_and_a_bad_release_is_tried_once_a_night(ma
         lines = len(machine.log())
         assert [run_in_window(machine) for _ in range(3)] == [[log.IN_WINDOW] * nights] * 3
         assert refusal(machine, lines).startswith("swap failed")
+    assert [each.method for each in machine.requests()].count("POST") == 1  # in half an hour
 
 
 def test_a_machine_on_hold_installs_nothing_and_says_so_until_it_is_resumed(machine):
