@@ -232,7 +232,7 @@ races() {
 everything() {
   # Under the sanitizers only tests that run all threads, and one whole apply; under that of
   # addresses also those that read faulty and hostile input.
-  local threads='test_service or test_seat or each_user'
+  local threads='test_service or test_seat or each_user_gets'
   # On Debian 13: an install by each part of the package, from the first to the removal.
   local newer='confined_service_sets or package_starts or timer_installs or poweroff_waits'
   newer="$newer or rolled_back_wherever or all and unpacking"
