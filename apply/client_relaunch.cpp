@@ -2,8 +2,10 @@
 
 #include <pwd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <ctime>
+#include <iterator>
 #include <string>
 #include <vector>
 
@@ -17,14 +19,19 @@ namespace {
 constexpr int LookUpAttempts = 20;
 constexpr Milliseconds LookUpPauseMs = 500;
 
+bool MayPass(int error) {
+  constexpr int Errors[] = {EMFILE, ENFILE, ENOMEM, EINTR, EAGAIN, EIO};
+  return std::ranges::find(Errors, error) != std::end(Errors);
+}
+
 // Null when the user has no passwd entry. A lookup that fails because descriptors or memory are
-// exhausted is repeated for some seconds: without its client the release would not be judged.
+// exhausted, or a directory service is away, is repeated for some seconds: without its client the
+// release would not be judged.
 const passwd* FindAccount(uid_t uid) {
   for (int attempt = 1;; ++attempt) {
     errno = 0;
     const passwd* account = getpwuid(uid);
-    const bool exhausted = errno == EMFILE || errno == ENFILE || errno == ENOMEM || errno == EINTR;
-    if (account != nullptr || !exhausted || attempt == LookUpAttempts) return account;
+    if (account != nullptr || !MayPass(errno) || attempt == LookUpAttempts) return account;
     SleepMs(LookUpPauseMs);
   }
 }
