@@ -17,8 +17,8 @@ namespace Vantrell {
 // place:
 // - for a file of a staged release, what the three witnesses publish now, for the ring that is set
 //   now, and a release key signed;
-// - for the rollback copy, what installed.sha256 records. Only an apply writes there, and never
-//   while it installs.
+// - for the rollback copy, what installed.sha256 records. No check pass writes there, and nothing
+//   else does while an apply installs.
 // False: `error` says why. A refusal by a witness or a key is logged too.
 [[nodiscard]] bool ProvePackage(const std::string& path, const std::string& copy,
                                 std::string& error);

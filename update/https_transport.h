@@ -23,13 +23,14 @@ size_t AppendToString(char* data, size_t size, size_t count, void* text);  // to
 size_t WriteToFile(char* data, size_t size, size_t count, void* stream);   // to a FILE
 
 // Posts `body` to "https://" + host + path, which are not checked. Does not follow redirects. With
-// an empty `bearerToken` there is no Authorization header. `timeoutMs` limits the whole transfer.
+// an empty `bearerToken` there is no Authorization header. `timeoutMs` limits the whole transfer,
+// but libcurl waits for the look-up of the name: silent name servers can add a minute.
 HttpResult HttpsPostJson(const std::string& host, const std::string& path, const std::string& body,
                          const std::string& bearerToken, int32_t timeoutMs);
 
 // Gets a URL and follows redirects to https URLs. True only for a final status of 200. Otherwise
 // `error` is "download failed, ...", "HTTP " and the status, or "curl_easy_init failed", and the
-// caller must discard what the sink has got. `timeoutMs` limits the whole transfer.
+// caller must discard what the sink has got. `timeoutMs` is as above.
 [[nodiscard]] bool HttpsGet(const std::string& url, WriteCallback writeCallback, void* sink,
                             long timeoutMs, std::string& error);
 
