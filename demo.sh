@@ -7,9 +7,10 @@
 set -euo pipefail
 cd "$(dirname "$(readlink -f "$0")")"
 
-case "${1-}" in
+case "$*" in
   '' | --keep) ;;
-  *) sed -n '2,6s/^# \{0,1\}//p' "$0"; exit 2 ;;
+  -h | --help) sed -n '2,6s/^# \{0,1\}//p' "$0"; exit ;;
+  *) sed -n '2,6s/^# \{0,1\}//p' "$0" >&2; exit 2 ;;
 esac
 
 readonly Log=$PWD/build/logs/demo.log

@@ -255,7 +255,7 @@ everything() {
 
 case "${1-all} $#" in
   '-h 1' | '--help 1') usage; exit ;;
-  'all 0' | 'all 1') run=(everything) ;;
+  'all 0') run=(everything) ;;
   'quick 1') run=(quick) ;;
   'checks 1') run=(all_checks) ;;
   'unit 1') run=(unit_tests "${VANTRELL_FLAVOUR:-asan tsan}") ;;

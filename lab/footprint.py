@@ -22,7 +22,7 @@ def package_state(machine):
     return machine.run(_PACKAGE, check=False)
 
 
-def wait_for_package(machine, version, timeout=60):
+def wait_for_package(machine, version):
     """Waits until package_state() is that of a whole package."""
     machine.run(["bash", "-c", f'until [ "$({_PACKAGE})" = "installed ok $0" ]; do sleep 0.2; done',
-                 version], timeout=timeout)
+                 version])

@@ -1,4 +1,4 @@
-"""A throw-away Debian machine. It boots in about a second and leaves nothing on the host."""
+"""A throw-away Debian machine. It boots in half a second and leaves nothing on the host."""
 
 import fcntl
 import io
@@ -256,11 +256,11 @@ class Machine(OutsideWorld):
         """The text of a file; read bytes with run(["cat", path], binary=True)."""
         return self.run(["cat", "--", path])
 
-    def write(self, path, content, mode=0o644, owner="root"):
+    def write(self, path, content, mode=0o644):
         """Replaces a file atomically and makes its folders. `content` is text or bytes."""
         script = ('mkdir -p "$(dirname "$0")"; new=$(mktemp "$0.XXXXXX"); cat >"$new"; '
-                  'chown "$2" "$new"; chmod "$1" "$new"; mv -T "$new" "$0"')
-        self.run(["sh", "-ec", script, path, f"{mode:o}", owner], input=content)
+                  'chmod "$1" "$new"; mv -T "$new" "$0"')
+        self.run(["sh", "-ec", script, path, f"{mode:o}"], input=content)
 
     def push(self, host_path, path, mode=None):
         """Copies a file of the host into the machine, with its mode unless one is given."""
@@ -302,21 +302,16 @@ class Machine(OutsideWorld):
         """Logs a user in. On a seat, the new session becomes the active one. See Session."""
         return Session(self, user, seat, remote_host, graphical)
 
-    def linger(self, user):
-        """Starts the user's manager and keeps it running without a session."""
-        self.run(f'loginctl enable-linger {user} && systemctl start "user@$(id -u {user}).service"')
-
     # The service under test
 
-    def send(self, request, user=None, session=None, timeout=60):
+    def send(self, request, user=None, session=None):
         """Sends one line to the control socket and returns the reply without its line feed.
 
         The peer is a process of root, of `user` outside every session, or of a `session`.
         """
         run = session.run if session else self.run
         who = {} if session else {"user": user}
-        return run(["nc", "-U", "-N", SOCKET], input=request + "\n", timeout=timeout,
-                   **who).removesuffix("\n")
+        return run(["nc", "-U", "-N", SOCKET], input=request + "\n", **who).removesuffix("\n")
 
     def log(self):
         """All lines that the service and its child processes have written so far."""
@@ -350,6 +345,6 @@ class Machine(OutsideWorld):
             if text and text.encode() in message:
                 return
 
-    def journal(self, unit=SERVICE):
-        """All lines about a unit with time stamps, those of the service manager included."""
-        return self.run(["journalctl", "--quiet", "--output=short-precise", "--unit", unit])
+    def journal(self):
+        """All lines about the service with time stamps, those of the service manager included."""
+        return self.run(["journalctl", "--quiet", "--output=short-precise", "--unit", SERVICE])

@@ -21,7 +21,6 @@ MISBEHAVING_ADDRESSES = {
     "unknown authority": "127.0.0.22",  # the right name, signed by an unknown authority
     "mute": "127.0.0.23",  # accepts connections and sends nothing, not even a handshake
     "not listening": "127.0.0.24",
-    "no such host": None,
 }
 
 Request = collections.namedtuple("Request", "scheme host method uri status agent type cache body")

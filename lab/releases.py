@@ -105,14 +105,14 @@ def manifest(version, names):
         {"name": name, "sha256": HASH, "url": "u"} for name in names]})
 
 
-def publish_by_hand(machine, files, key="release-1", block=None):
+def publish_by_hand(machine, files, key="release-1"):
     """Publishes and offers a release 1.1 that publish-release would refuse to make.
 
-    `files` are pairs of name and content; `block` replaces the true one. Returns the digest.
+    `files` are pairs of name and content. Returns the digest.
     """
     entries = manifest_entries(files, range(len(files)))
     digest = signed_digest(entries)
-    block = (block or f"vantrell-release-v1\n1.1\n{COMPONENT} {digest}\n").encode()
+    block = f"vantrell-release-v1\n1.1\n{COMPONENT} {digest}\n".encode()
     signature = subprocess.run(["openssl", "dgst", "-sha256", "-sign", KEYS / f"{key}.pem"],
                                input=block, check=True, stdout=subprocess.PIPE).stdout
     offer = json.dumps({"version": "1.1", "files": entries}).encode()

@@ -48,15 +48,6 @@ class Session:
         return self._machine.run(command, user=self.user, group=self._group,
                                  env={**self.environment, **(env or {})}, **options)
 
-    def activate(self):
-        """Makes this the active session of its seat, as switching users does."""
-        self._machine.run(["loginctl", "activate", self.id])
-
-    def property(self, name):
-        """A property of the session in logind, such as property("Active")."""
-        return self._machine.run(["loginctl", "show-session", self.id, "--value", "--property",
-                                  name]).rstrip("\n")
-
     def logout(self):
         """Ends the session and every process in it before it returns.
 

@@ -17,6 +17,7 @@ from lab.update_steps import shut_window
 EXIT_STATUS = "/run/exit-status-of-the-service"
 ARGUMENTS = ["--room", "harbor view", ""]
 
+LINE_LIMIT = 90  # seconds
 proved = []
 
 
@@ -56,10 +57,10 @@ class LiveLog:
     def mark(self):
         return len(self._lines)
 
-    def wait(self, text, mark, meanwhile="waiting", limit=90):
+    def wait(self, text, mark, meanwhile="waiting"):
         """Waits for a line with `text` after the mark; prints `meanwhile` every five seconds.
 
-        Ends the demo when no such line comes within `limit` seconds.
+        Ends the demo when no such line comes within LINE_LIMIT seconds.
         """
         started = last = time.monotonic()
         while True:
@@ -72,8 +73,8 @@ class LiveLog:
             if now - last >= 5:
                 say(f"({meanwhile}: {now - started:.0f} s)")
                 last = now
-            if now - started > limit:
-                sys.exit(f"\nNOT PROVED: the log says {text!r} within {limit} s")
+            if now - started > LINE_LIMIT:
+                sys.exit(f"\nNOT PROVED: the log says {text!r} within {LINE_LIMIT} s")
 
 
 def start_client(machine):

@@ -6,6 +6,7 @@
 //   machine-id                    the machine of the install id; the start of the unit writes it
 //   installed.sha256              the last accepted release, one line a file: name, blank, hash
 //   client-staging/VERSION/NAME   files of staged releases; each start of the unit removes them
+//   rollback-candidate.deb        of a running "updatectl seed", or of one that was killed
 //   client-rollback/previous.deb  package of the last accepted release (directory: mode 0700)
 //
 // Which staged release may be installed is kept in memory only, so a staged directory that a crash
