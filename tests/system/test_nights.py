@@ -6,9 +6,10 @@ import pytest
 
 from lab import kill_rounds, nights
 from lab import log_lines as log
-from lab.client_log import only_client, running_clients
+from lab.client_log import only_client, running_clients, wait_for_client
 from lab.installed_client import changes
 from lab.machine import SERVICE, Machine
+from lab.service_view import end_unexpectedly
 from lab.update_steps import (disable_window, relaunched_client_requests_apply, request_apply, said,
                               shut_window, stage, start_client)
 
@@ -16,6 +17,13 @@ from lab.update_steps import (disable_window, relaunched_client_requests_apply, 
 def disable_window_beside_a_second_client(machine):
     start_client(machine, "alice")
     return disable_window(machine)
+
+
+def kill_the_service_in_the_judgement(machine):
+    lines = relaunched_client_requests_apply(machine)
+    wait_for_client(machine, r"^\[1.4 .* start")
+    end_unexpectedly(machine, "KILL")
+    return lines
 
 
 Night = namedtuple("Night", "version asked installed behaviour before",
@@ -26,9 +34,11 @@ NIGHTS = [
     Night("1.2", relaunched_client_requests_apply, "1.1", "die-after 0"),
     Night("1.2", request_apply, "1.1", "die-after 0"),
     Night("1.3", relaunched_client_requests_apply, "1.3"),
-    Night("1.4", disable_window_beside_a_second_client, "1.4"),
+    Night("1.4", kill_the_service_in_the_judgement, "1.4"),  # nothing judges it later
+    Night("1.5", disable_window_beside_a_second_client, "1.5"),
 ]
 BAD = [log.GONE + " (inactive)", log.ROLLBACK, log.RESTORED]
+ENDS = {"1.2": BAD, "1.4": ["ended with status KILL"]}
 USERS = ["alice", "bob"]
 UNITS = "systemctl --user --machine={}@.host list-units --all --no-legend 'vantrell-harbor*'"
 
@@ -41,7 +51,7 @@ def test_every_night_without_a_logout_judges_the_new_client_and_leaves_one(machi
     for night in NIGHTS:
         stage(machine, night.version, "--behaviour", night.behaviour)
         good = [log.RELAUNCHED.replace("1.1", night.version), *log.ENDED]
-        expected = BAD if night.version == "1.2" else good
+        expected = ENDS.get(night.version, good)
         assert said(machine, night.asked(machine), expected[-1]) == [*night.before, *expected]
         assert machine.version_of("vantrell-harbor") == night.installed
         clients.append(only_client(machine))
