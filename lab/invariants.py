@@ -6,10 +6,14 @@ import re
 import time
 from typing import NamedTuple
 
+from lab import log_lines as log
+from lab.client_log import client_starts, running_clients
 from lab.footprint import package_state
 from lab.outside_world import DOWNLOADS
-from lab.service_view import CONFIG, IDLE_THREADS, PASS_LIMIT, REPAIR, STATE, ask, service_group
+from lab.service_view import (CONFIG, IDLE_THREADS, PASS_LIMIT, RECORD, REPAIR, STATE, ask,
+                              service_group)
 
+CLIENT_LIMIT = 10  # seconds until a client that was started has written that down
 # Below the state directory; the machine id is that of a script beside the service.
 _OWN_FILES = re.compile(r"""client-staging(/[0-9.]+(/.+)?)?|client-rollback(/previous\.deb)?
                         |install-id|machine-id|installed\.sha256""", re.VERBOSE)
@@ -138,3 +142,51 @@ def _package_violations(machine):
     machine.run(["systemctl", "start", REPAIR])
     state = package_state(machine)
     return [] if re.fullmatch(r"installed ok \S+", state) else [f"the package is {state}"]
+
+
+class Apply(NamedTuple):
+    """An apply that a client of alice will ask for. Each client has its user as its argument."""
+
+    old: str  # the version that is installed
+    new: str
+    others: set  # the clients that run, as _clients() gives them
+    lines: int  # of the log
+
+
+def begin_apply(machine):
+    """What client_violations() needs, of a machine with a staged release."""
+    old, (_, new, *_) = machine.version_of("vantrell-harbor"), settle(machine).split()
+    return Apply(old, new, _clients(machine, old), len(machine.log()))
+
+
+def _clients(machine, version):
+    """The user and the version of each client of a version that runs, and has its display."""
+    pids = running_clients(machine)
+    return {(" ".join(start.arguments), version) for start in client_starts(machine, version)
+            if str(start.pid) in pids and "DISPLAY=:0" in start.environment}
+
+
+def client_violations(machine, apply):
+    """As violations(), of the installed version and the clients, by the verdict of an apply."""
+    said = "\n".join(machine.log()[apply.lines:])
+    version, clients, installed = apply.old, apply.others, machine.version_of("vantrell-harbor")
+    if "[UpdateSvc] rollback failed: " in said:
+        clients, installed = set(), version  # any package: it is as apt-get has left it
+    elif log.RESTORED in said:
+        clients = {("alice", version)}
+    elif f"[UpdateSvc] applied {apply.new}" in said:
+        version, clients = apply.new, {("alice", apply.new)}
+    elif log.REFUSED not in said:
+        return ["verdict: none"]
+    # The last start is that of a rollback. The journal removes blanks at the end of a line.
+    if log.NO_START.format("alice").rstrip() in said.rpartition(" rolling back ")[2]:
+        clients = set()
+    deadline = time.monotonic() + CLIENT_LIMIT
+    while (missing := clients - _clients(machine, version)) and time.monotonic() < deadline:
+        time.sleep(0.05)
+    found = [f"client: none of {user}, {version}, runs" for user, version in sorted(missing)]
+    if installed != version:
+        found.append(f"version: {installed} in place of {version}")
+    if f"_{version}_" not in machine.read(RECORD):
+        found.append(f"record: it does not name {version}")
+    return found

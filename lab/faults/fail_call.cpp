@@ -77,6 +77,7 @@ constexpr size_t BackgroundDepth = 2;  // it runs check passes as the thread of 
 struct Tracee {
   std::string name;  // empty until the event of its parent has come
   size_t depth = 0;
+  size_t pipes = 0;    // made so far
   bool waits = false;  // stopped until it has a name
   bool fails = false;  // in the call that must fail
 };
@@ -175,8 +176,11 @@ void SetRegister(pid_t tid, size_t offset, int64_t value) {
 void EnterCall(pid_t tid, Tracee& tracee, const __ptrace_syscall_info& info) {
   const auto known = Calls.find(info.entry.nr);
   if (known == Calls.end()) return;
-  const std::string call = tracee.name + "\t" + known->second.name + "\t" +
-                           Describe(tid, known->second.argument, info.entry.args);
+  std::string argument = Describe(tid, known->second.argument, info.entry.args);
+  // Each pipe is of its own kind: how often it is read depends on the child that writes into it.
+  if (argument == "pipe") argument += " " + std::to_string(tracee.pipes);
+  if (known->first == SYS_pipe2) ++tracee.pipes;
+  const std::string call = tracee.name + "\t" + known->second.name + "\t" + argument;
   tracee.fails = fnmatch(fault.call.c_str(), call.c_str(), 0) == 0 && --fault.number == 0;
   printf("%s\t%s\n", tracee.fails ? "failed" : "made", call.c_str());
   // The kernel skips a call with this number.
