@@ -29,10 +29,6 @@ class Sound(NamedTuple):
     descriptors: list  # of the idle service: what each one is, sorted
 
 
-def _root(machine):
-    return pathlib.Path(f"/proc/{machine.leader}/root")
-
-
 def host_pid(machine):
     """The pid of the idle service as the host sees it; 0 when it does not run."""
     try:
@@ -82,7 +78,7 @@ def observe(machine):
 
 def _foreign_lines(machine):
     try:
-        text = (_root(machine) / CONFIG.lstrip("/")).read_text()
+        text = machine.on_host(CONFIG).read_text()
     except FileNotFoundError:
         return []
     return [line for line in text.splitlines(keepends=True)
@@ -90,7 +86,7 @@ def _foreign_lines(machine):
 
 
 def _install_id(machine):
-    return (_root(machine) / STATE.lstrip("/") / "install-id").read_text()
+    return machine.on_host(f"{STATE}/install-id").read_text()
 
 
 def _descriptors(machine):
@@ -114,13 +110,13 @@ def violations(machine, before, packages=False, ended=False):
     for name, old, new in zip(Sound._fields, before, after):
         if old != new:
             found.append(f"{name}: {old} became {new}")
-    state = _root(machine) / STATE.lstrip("/")
+    state = machine.on_host(STATE)
     names = [str(path.relative_to(state)) for path in state.rglob("*")]
     found += [f"{name} does not belong there" for name in names if not _OWN_FILES.fullmatch(name)]
-    config = _root(machine) / CONFIG.lstrip("/")
+    config = machine.on_host(CONFIG)
     found += [f"{path} does not belong there" for path in config.parent.glob("*")
               if path.name not in _SETTINGS]
-    served = _root(machine) / machine.document(DOWNLOADS, "/packages").lstrip("/")
+    served = machine.on_host(machine.document(DOWNLOADS, "/packages"))
     word, version, *_ = status.split(" ", 2)
     ready = {version} if word == "READY" else set()
     present = {path.name for path in (state / "client-staging").glob("*")}

@@ -123,6 +123,5 @@ class OutsideWorld:
     def _write_hosts(self):
         lines = ["127.0.0.1 localhost harbor"]
         for host, address in {**ADDRESSES, **self._moved}.items():
-            if address:
-                lines.append(f"{address} {host}")
+            lines.append(f"{address} {host}")
         self.write("/etc/hosts", "\n".join(lines) + "\n")

@@ -66,10 +66,15 @@ def quiet(machine):
 
 
 @pytest.fixture
-def durable_machine():
+def power_cut():
+    """Skips the test where the power of a machine cannot be cut."""
+    if reason := kill_rounds.missing():
+        pytest.skip(reason)
+
+
+@pytest.fixture
+def durable_machine(power_cut):
     """A booted machine without the client whose power can be cut."""
-    if kill_rounds.missing():
-        pytest.skip(kill_rounds.missing())
     with Machine(durable=True) as machine:
         yield machine
 

@@ -4,7 +4,7 @@ from collections import namedtuple
 
 import pytest
 
-from lab import kill_rounds, nights
+from lab import nights
 from lab import log_lines as log
 from lab.client_log import only_client, running_clients, wait_for_client
 from lab.installed_client import changes
@@ -75,7 +75,7 @@ def test_a_relaunched_client_that_is_closed_or_crashes_stays_closed_and_leaves_n
 
 
 @pytest.mark.long
-@pytest.mark.skipif(kill_rounds.missing() != "", reason=kill_rounds.missing())
+@pytest.mark.usefixtures("power_cut")
 def test_a_machine_is_right_in_each_morning_of_a_week():
     with Machine(changes(), durable=True) as machine:
         nights.live(machine, ["good", "bad client", "broken service", "pause", "power cut"])

@@ -148,7 +148,7 @@ def test_the_timer_brings_back_the_socket_that_a_second_instance_removed(machine
 
 
 @pytest.mark.long
-@pytest.mark.skipif(kill_rounds.missing() != "", reason=kill_rounds.missing())
+@pytest.mark.usefixtures("power_cut")
 def test_a_machine_is_whole_after_kills_at_any_moment():
     with Machine(durable=True) as machine:
         seconds = kill_rounds.prepare(machine)
