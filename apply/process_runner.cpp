@@ -19,7 +19,6 @@ namespace Vantrell {
 namespace {
 
 constexpr size_t ReadBlockBytes = 4096;
-constexpr size_t CaptureLimitBytes = 262144;  // a block is kept while there are fewer bytes
 constexpr Milliseconds ExitPollMs = 100;
 
 // A list of pointers as posix_spawnp() takes it. `texts` must live longer than the list.

@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 
 #include "base/directories.h"
+#include "base/failure.h"
 #include "trust/digest.h"
 
 namespace Vantrell {
@@ -36,24 +37,19 @@ bool VerifyStagedSet(const std::string& stagedRoot, const UpdateManifest& manife
                      std::string& error) {
   std::vector<std::string> found;
   CollectStagedFiles(stagedRoot, found);
-  if (found.empty()) {
-    error = "the staged set is empty";
-    return false;
-  }
+  if (found.empty()) return FailWith("the staged set is empty", error);
   if (found.size() != manifest.files.size()) {
-    error = "the staged set has " + std::to_string(found.size()) + " files, the manifest lists " +
-            std::to_string(manifest.files.size());
-    return false;
+    return FailWith("the staged set has " + std::to_string(found.size()) +
+                        " files, the manifest lists " + std::to_string(manifest.files.size()),
+                    error);
   }
   for (const ManifestFile& file : manifest.files) {
     std::string hash;
     if (!Sha256File(stagedRoot + "/" + file.name, hash)) {
-      error = file.name + ": missing from the staged set";
-      return false;
+      return FailWith(file.name + ": missing from the staged set", error);
     }
     if (hash != file.sha256) {
-      error = file.name + ": sha256 no longer matches the manifest";
-      return false;
+      return FailWith(file.name + ": sha256 no longer matches the manifest", error);
     }
   }
   return true;

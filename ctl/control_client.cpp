@@ -23,7 +23,7 @@ namespace {
 constexpr int64_t ReplyLimitSeconds = 20;  // the service gives a request up after 15 s
 constexpr size_t ReplyLimitBytes = 65536;
 
-bool FailSilently(std::string& error) {
+bool FailWithoutAnswer(std::string& error) {
   return FailWith("the update service does not answer within " + std::to_string(ReplyLimitSeconds) +
                       " s; see \"vantrell-harbor-updatectl log\", and restart it with \"systemctl "
                       "restart vantrell-harbor-updated.service\"",
@@ -79,7 +79,7 @@ bool ReadLine(int connection, std::string& line) {
 
 bool AskService(const std::string& request, std::string& reply, std::string& error) {
   const Descriptor connection = Connect();
-  if (!connection && errno == EAGAIN) return FailSilently(error);
+  if (!connection && errno == EAGAIN) return FailWithoutAnswer(error);
   if (!connection) {
     return FailWith(std::string("the update service is not there (") +
                         ClientUpdateService::SocketPath + ": " + strerror(errno) +
@@ -89,7 +89,7 @@ bool AskService(const std::string& request, std::string& reply, std::string& err
   }
   ClientUpdateService::SendAll(connection.Number(), request + "\n");
   std::string line;
-  if (!ReadLine(connection.Number(), line)) return FailSilently(error);
+  if (!ReadLine(connection.Number(), line)) return FailWithoutAnswer(error);
   if (line.empty()) {
     return FailWith(
         "the update service closed the connection without an answer: it is stopping, or "

@@ -3,12 +3,11 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-#include <cerrno>
 #include <cstdio>
-#include <cstring>
 #include <string_view>
 
 #include "base/descriptor.h"
+#include "base/failure.h"
 #include "base/read_input.h"
 #include "base/write_output.h"
 
@@ -16,11 +15,6 @@ namespace Vantrell::Control {
 namespace {
 
 constexpr size_t BlockBytes = 65536;
-
-bool FailAt(const std::string& path, std::string& error) {
-  error = path + ": " + strerror(errno);
-  return false;
-}
 
 Descriptor OpenNewFile(const std::string& path, mode_t mode) {
   return Descriptor(open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, mode));

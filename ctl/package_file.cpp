@@ -12,8 +12,6 @@ namespace Vantrell::Control {
 namespace {
 
 constexpr char InstalledSums[] = "/var/lib/dpkg/info/vantrell-harbor.md5sums";
-// From this length on, the output of a program may be cut.
-constexpr size_t WholeOutputBytes = 262144;
 
 // A field of the control file; empty when the file is not a package.
 std::string Field(const std::string& path, const std::string& field) {
@@ -27,7 +25,7 @@ bool HasInstalledFiles(const std::string& path) {
   std::string sums;
   const std::string installed = ReadWholeFile(InstalledSums);
   if (RunProcess({"dpkg-deb", "--info", path, "md5sums"}, {}, sums) != 0) return false;
-  if (sums.size() >= WholeOutputBytes) return installed.starts_with(sums);
+  if (sums.size() >= CaptureLimitBytes) return installed.starts_with(sums);
   return !sums.empty() && installed == sums;
 }
 

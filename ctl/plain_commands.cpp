@@ -112,7 +112,7 @@ int RunRing(const Arguments& arguments) {
     return ExitWell;
   }
   const std::string& ring = arguments[0];
-  if (arguments.size() > 1 || (ring != "dev" && ring != "beta" && ring != "prod")) {
+  if (arguments.size() > 1 || !IsRing(ring)) {
     return FailUsage("ring takes one of dev, beta and prod");
   }
   return SetRing(ring);

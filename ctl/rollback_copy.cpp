@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include "base/directories.h"
+#include "base/failure.h"
 #include "base/file_content.h"
 #include "ctl/durable_files.h"
 #include "trust/digest.h"
@@ -24,10 +25,7 @@ std::string RollbackCopyState() {
 bool PlaceRollbackCopy(const std::string& source, const std::string& name, std::string& error) {
   ManifestFile file;
   file.name = name;
-  if (!Sha256File(source, file.sha256)) {
-    error = source + " cannot be read";
-    return false;
-  }
+  if (!Sha256File(source, file.sha256)) return FailWith(source + " cannot be read", error);
   MakeDirs(ClientRollbackDir(), 0700);
   chmod(ClientRollbackDir().c_str(), 0700);
   // The repair at the start of the service takes a file of this name if the record names it.

@@ -110,17 +110,17 @@ void TakeOlderLine(const ServiceLine& line, ServiceHistory& history) {
   }
   if (!history.lastApply && isEnd) {
     history.lastApply = line;
-    history.applyIsJudged = meaning != LineMeaning::RolledBack;
+    history.applyIsSettled = meaning != LineMeaning::RolledBack;
     return;
   }
-  if (!history.lastApply || history.applyIsJudged) return;
+  if (!history.lastApply || history.applyIsSettled) return;
   if (meaning == LineMeaning::RollbackFailed) {
     history.lastApply->meaning = LineMeaning::Failed;
     history.lastApply->text = line.text;
   }
-  history.applyIsJudged = isEnd || meaning == LineMeaning::Start ||
-                          meaning == LineMeaning::RollbackBegins ||
-                          meaning == LineMeaning::RollbackFailed;
+  history.applyIsSettled = isEnd || meaning == LineMeaning::Start ||
+                           meaning == LineMeaning::RollbackBegins ||
+                           meaning == LineMeaning::RollbackFailed;
 }
 
 ServiceHistory ReadServiceHistory() {
@@ -134,7 +134,7 @@ ServiceHistory ReadServiceHistory() {
     const ServiceLine line = {MeaningOf(text), PresentTime(journal), text, sinceStart};
     TakeOlderLine(line, history);
     if (line.meaning == LineMeaning::Start) sinceStart = false;
-    if (history.applyIsJudged && history.lastRefusal) break;
+    if (history.applyIsSettled && history.lastRefusal) break;
   }
   return history;
 }

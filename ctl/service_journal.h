@@ -36,7 +36,7 @@ struct ServiceHistory {
   bool readable = false;  // false when this user may not read the journal of the system
   std::optional<ServiceLine> lastRefusal;
   std::optional<ServiceLine> lastApply;
-  bool applyIsJudged = false;  // no older line can change the meaning of lastApply
+  bool applyIsSettled = false;  // no older line can change the meaning of lastApply
 };
 
 // Takes one line into the history. The lines come from the newest to the oldest.

@@ -69,8 +69,8 @@ const std::vector<std::string>& UnitNames() {
 }
 
 std::vector<UnitState> ReadUnitStates() {
-  std::vector<std::string> command = {"systemctl", "show",
-                                      "-pId,LoadState,ActiveState,SubState,UnitFileState"};
+  std::vector<std::string> command = {"systemctl", "show"};
+  for (const Property& property : Properties) command.push_back("-p" + std::string(property.key));
   command.insert(command.end(), UnitNames().begin(), UnitNames().end());
   std::string output;
   if (RunProcess(command, {}, output) != 0) return {};

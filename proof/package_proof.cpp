@@ -8,6 +8,7 @@
 
 #include "apply/staged_set.h"
 #include "base/deployment.h"
+#include "base/failure.h"
 #include "base/file_content.h"
 #include "settings/settings_file.h"
 #include "trust/digest.h"
@@ -28,13 +29,9 @@ bool Measure(const std::string& path, ManifestFile& file) {
 
 bool ProveRollbackCopy(const std::string& copy, std::string& error) {
   std::string hash;
-  if (!Sha256File(copy, hash)) {
-    error = "its copy cannot be read";
-    return false;
-  }
+  if (!Sha256File(copy, hash)) return FailWith("its copy cannot be read", error);
   if (RecordedPackageHash(ReadWholeFile(InstalledRecordPath())) == hash) return true;
-  error = "it is not the package that was accepted last";
-  return false;
+  return FailWith("it is not the package that was accepted last", error);
 }
 
 }  // namespace
@@ -60,8 +57,7 @@ bool DescribeStagedRelease(const std::string& releaseDir, const std::string& nam
     file.name = path.substr(releaseDir.size() + 1);
     const bool isPackage = file.name == name;
     if (!Measure(isPackage ? copy : path, file)) {
-      error = file.name + " cannot be read";
-      return false;
+      return FailWith(file.name + " cannot be read", error);
     }
     found = found || isPackage;
     manifest.files.push_back(std::move(file));
@@ -75,8 +71,7 @@ bool ProvePackage(const std::string& path, const std::string& copy, std::string&
   UpdateManifest manifest;
   std::string name;
   if (!SplitStagedPath(path, manifest.version, name)) {
-    error = path + " is not a staged file";
-    return false;
+    return FailWith(path + " is not a staged file", error);
   }
   // Not StagedReleaseDir(), which makes directories.
   const std::string releaseDir = path.substr(0, path.size() - name.size() - 1);

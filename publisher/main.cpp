@@ -74,7 +74,7 @@ int FailUnknown(const std::string& sentence) {
 // Takes an option that has a value.
 bool TakeValue(const std::string& option, const std::string& value, Options& options,
                std::string& error) {
-  if (option == "--ring" && ParseChannel(value) != value) {
+  if (option == "--ring" && !IsRing(value)) {
     error = "the ring must be dev, beta or prod; see --help";
   } else if (option == "--ring") {
     const bool isKnown = std::count(options.rings.begin(), options.rings.end(), value) > 0;

@@ -3,11 +3,10 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 
+#include "base/failure.h"
 #include "base/stream.h"
 #include "publisher/report_text.h"
 #include "publisher/shown_text.h"
@@ -17,7 +16,7 @@ namespace {
 
 constexpr char Title[] = "Releases of vantrell-harbor";
 
-// The policy is a second wall: without it an error in the escaping could load or run something.
+// Without the policy, an error in the escaping could load or run something.
 constexpr char Head[] = R"(<!DOCTYPE html>
 <html lang="en">
 <head>
@@ -114,11 +113,6 @@ std::string Section(const RingReport& report) {
     section += "<p>A machine says: " + ShownInHtml(report.refusal) + "</p>\n";
   }
   return section + "</section>\n";
-}
-
-bool FailAt(const std::string& path, std::string& error) {
-  error = path + ": " + strerror(errno);
-  return false;
 }
 
 }  // namespace

@@ -23,7 +23,6 @@ namespace {
 constexpr char InstallIdOfRequests[] = "verify-release";
 constexpr size_t WitnessFileLimit = 1048576;  // bytes; the service itself has no limit
 constexpr size_t VersionBytes = 70;           // of a version in a sentence
-constexpr long FetchLimitMs = 60000;          // as the service's
 
 // A libcurl write function that ends the transfer after the limit.
 size_t AppendUpToLimit(char* data, size_t size, size_t count, void* text) {
@@ -32,7 +31,7 @@ size_t AppendUpToLimit(char* data, size_t size, size_t count, void* text) {
 }
 
 bool FetchWitnessFile(const std::string& url, std::string& body, std::string& error) {
-  if (HttpsGet(url, AppendUpToLimit, &body, FetchLimitMs, error)) return true;
+  if (HttpsGet(url, AppendUpToLimit, &body, SmallFileLimitMs, error)) return true;
   if (body.size() > WitnessFileLimit) error = "larger than 1 MiB";
   body.clear();
   return false;

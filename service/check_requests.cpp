@@ -29,7 +29,7 @@ std::string AnswerCheck(const std::string&, int) {
 std::string AnswerSetRing(const std::string& line, int connection) {
   const std::string ring = line.substr(SetRingVerb.size());
   // This comes before the test of the peer: every peer learns that a ring is unknown.
-  if (ring != "dev" && ring != "beta" && ring != "prod") return "ERR unknown ring";
+  if (!IsRing(ring)) return "ERR unknown ring";
   if (!PeerIsSeatedUser(connection)) {
     return "ERR only a signed-in user at this machine may change the update channel";
   }

@@ -88,9 +88,11 @@ bool WriteSetting(const char* key, const std::string& value) {
   return WriteSettingTo(ConfigPath, key, value);
 }
 
+bool IsRing(const std::string& text) { return text == "dev" || text == "beta" || text == "prod"; }
+
 std::string ParseChannel(std::string setting) {
   for (char& byte : setting) byte = static_cast<char>(tolower(static_cast<unsigned char>(byte)));
-  return setting == "dev" || setting == "beta" ? setting : "prod";
+  return IsRing(setting) ? setting : "prod";
 }
 
 std::string ReadChannel() { return ParseChannel(ReadSetting("Channel", "prod")); }

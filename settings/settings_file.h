@@ -31,6 +31,9 @@ std::string ReadSettingFrom(const std::string& path, const char* key, const char
 [[nodiscard]] bool WriteSettingTo(const std::string& path, const char* key,
                                   const std::string& value);
 
+// Whether this is "dev", "beta" or "prod", in lower case.
+bool IsRing(const std::string& text);
+
 // The update ring: "dev", "beta" or "prod". Upper and lower case are the same in the setting; an
 // unknown ring is read as "prod".
 std::string ReadChannel();

@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "base/deployment.h"
+#include "base/failure.h"
 #include "base/log_line.h"
 #include "trust/digest.h"
 #include "trust/release_block.h"
@@ -93,13 +94,9 @@ bool VerifyReleaseQuorum(const UpdateManifest& manifest, const std::string& comp
                          std::string& error) {
   const std::string manifestDigest = ManifestDigest(manifest, component);
   if (manifestDigest.size() != DigestLength) {
-    error = "could not compute the manifest digest";
-    return false;
+    return FailWith("could not compute the manifest digest", error);
   }
-  if (witnesses.size() != WitnessCount) {
-    error = "the witness list is incomplete";
-    return false;
-  }
+  if (witnesses.size() != WitnessCount) return FailWith("the witness list is incomplete", error);
   const Offer offer = {manifest, component, channel, manifestDigest};
   SignedRelease reference;
   for (size_t index = 0; index < witnesses.size(); ++index) {

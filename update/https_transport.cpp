@@ -1,4 +1,5 @@
 #include "update/https_transport.h"
+#include "base/failure.h"
 
 #include <curl/curl.h>
 
@@ -12,7 +13,6 @@ namespace {
 constexpr char UserAgent[] = "VantrellUpdater/1.0";
 constexpr char AllowedProtocol[] = "https";
 constexpr long ConnectLimitMs = 20000;  // for a GET; a POST has none of its own
-constexpr long FetchLimitMs = 60000;    // for the whole transfer of a small file
 
 struct CurlCleanup {
   void operator()(CURL* handle) const { curl_easy_cleanup(handle); }
@@ -99,10 +99,7 @@ HttpResult HttpsPostJson(const std::string& host, const std::string& path, const
 bool HttpsGet(const std::string& url, WriteCallback writeCallback, void* sink, long timeoutMs,
               std::string& error) {
   const CurlHandle handle = MakeHandle();
-  if (!handle) {
-    error = "curl_easy_init failed";
-    return false;
-  }
+  if (!handle) return FailWith("curl_easy_init failed", error);
   HeaderList headers;
   CURLcode code = AddHeader(headers, "Cache-Control: no-cache");
 
@@ -125,18 +122,16 @@ bool HttpsGet(const std::string& url, WriteCallback writeCallback, void* sink, l
 
   if (code == CURLE_OK) code = curl_easy_perform(handle.get());
   if (code != CURLE_OK) {
-    error = std::string("download failed, ") + curl_easy_strerror(code);
-    return false;
+    return FailWith(std::string("download failed, ") + curl_easy_strerror(code), error);
   }
   const long status = ResponseCode(handle.get());
   if (status == 200) return true;
-  error = "HTTP " + std::to_string(status);
-  return false;
+  return FailWith("HTTP " + std::to_string(status), error);
 }
 
 bool FetchToString(const std::string& url, std::string& body, std::string& error) {
   body.clear();
-  return HttpsGet(url, AppendToString, &body, FetchLimitMs, error);
+  return HttpsGet(url, AppendToString, &body, SmallFileLimitMs, error);
 }
 
 }  // namespace Vantrell

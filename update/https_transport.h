@@ -34,7 +34,9 @@ HttpResult HttpsPostJson(const std::string& host, const std::string& path, const
 [[nodiscard]] bool HttpsGet(const std::string& url, WriteCallback writeCallback, void* sink,
                             long timeoutMs, std::string& error);
 
-// Gets a small file into `body`, which is emptied first, as HttpsGet does, within a minute.
+constexpr long SmallFileLimitMs = 60000;  // for the whole transfer
+
+// Gets a small file into `body`, which is emptied first, as HttpsGet does, within that limit.
 [[nodiscard]] bool FetchToString(const std::string& url, std::string& body, std::string& error);
 
 }  // namespace Vantrell

@@ -3,6 +3,7 @@
 #include <optional>
 #include <utility>
 
+#include "base/failure.h"
 #include "json/json_parser.h"
 #include "json/json_value.h"
 #include "trust/digest.h"
@@ -43,26 +44,18 @@ bool ParseManifest(const std::string& body, UpdateManifest& manifest, std::strin
   manifest.version = document->Get("version").AsString("");
   manifest.git_commit = document->Get("git_commit").AsString("");
   manifest.driver_fingerprint = document->Get("driver_fingerprint").AsString("");
-  if (manifest.version.empty()) {
-    error = "manifest has no version";
-    return false;
-  }
+  if (manifest.version.empty()) return FailWith("manifest has no version", error);
   const JsonValue& files = document->Get("files");
   if (files.kind != JsonKind::Array || files.Size() == 0) {
-    error = "manifest has no files";
-    return false;
+    return FailWith("manifest has no files", error);
   }
 
   manifest.files.clear();
   for (size_t index = 0; index < files.Size(); ++index) {
     ManifestFile file = ReadEntry(files.At(index));
-    if (!IsComplete(file)) {
-      error = "manifest entry " + file.name + " is incomplete";
-      return false;
-    }
+    if (!IsComplete(file)) return FailWith("manifest entry " + file.name + " is incomplete", error);
     if (!IsSafeName(file.name)) {
-      error = "manifest entry " + file.name + " escapes the install directory";
-      return false;
+      return FailWith("manifest entry " + file.name + " escapes the install directory", error);
     }
     manifest.files.push_back(std::move(file));
   }

@@ -7,6 +7,7 @@
 
 #include "base/descriptor.h"
 #include "base/directories.h"
+#include "base/failure.h"
 #include "base/stream.h"
 #include "trust/digest.h"
 #include "trust/witness_quorum.h"
@@ -28,24 +29,16 @@ Stream OpenForDownload(const std::string& path) {
 bool StageFile(const ManifestFile& file, const std::string& stagingDir, std::string& error) {
   const std::string path = stagingDir + "/" + file.name;
   if (!MakeParentDirs(path, 0755)) {
-    error = "cannot create staging subdir for " + file.name;
-    return false;
+    return FailWith("cannot create staging subdir for " + file.name, error);
   }
   std::string downloadError;
   if (!DownloadToFile(file.url, path, downloadError)) {
-    error = file.name + ": " + downloadError;
-    return false;
+    return FailWith(file.name + ": " + downloadError, error);
   }
   // Reads the file back from disk: what was received may differ from what was stored.
   std::string hash;
-  if (!Sha256File(path, hash)) {
-    error = file.name + ": cannot hash staged file";
-    return false;
-  }
-  if (hash != file.sha256) {
-    error = file.name + ": sha256 mismatch";
-    return false;
-  }
+  if (!Sha256File(path, hash)) return FailWith(file.name + ": cannot hash staged file", error);
+  if (hash != file.sha256) return FailWith(file.name + ": sha256 mismatch", error);
   return true;
 }
 
@@ -53,10 +46,7 @@ bool StageFile(const ManifestFile& file, const std::string& stagingDir, std::str
 
 bool DownloadToFile(const std::string& url, const std::string& path, std::string& error) {
   Stream stream = OpenForDownload(path);
-  if (!stream) {
-    error = "cannot create staging file";
-    return false;
-  }
+  if (!stream) return FailWith("cannot create staging file", error);
   const bool fetched = HttpsGet(url, WriteToFile, stream.get(), FileLimitMs, error);
   const bool onDisk = fflush(stream.get()) == 0 && fsync(fileno(stream.get())) == 0;
   if (fetched && !onDisk) error = "write failed";
@@ -70,10 +60,7 @@ bool StageRelease(const UpdateManifest& manifest, const std::string& component,
                   const std::string& channel, const std::string& stagingDir, std::string& error) {
   // This must come before the first write and before the first byte of a package.
   if (!VerifyRelease(manifest, component, channel, error)) return false;
-  if (!MakeDirs(stagingDir, 0755)) {
-    error = "cannot create staging dir";
-    return false;
-  }
+  if (!MakeDirs(stagingDir, 0755)) return FailWith("cannot create staging dir", error);
   for (const ManifestFile& file : manifest.files) {
     if (!StageFile(file, stagingDir, error)) return false;
   }
