@@ -36,9 +36,9 @@ void Require(bool succeeded, const std::string& what) {
 std::vector<std::string> WitnessUrls(const std::string& version) {
   std::vector<std::string> urls;
   for (const char* base : WitnessBaseUrls) {
-    const std::string start = std::string(base) + "/" + Ring + "/" + version + ".";
-    urls.insert(urls.end(), {start + "release.block", start + "release.sig",
-                             start + ReleaseComponent + ".sha256"});
+    for (const std::string& url : WitnessFileUrls(base, Ring, version, ReleaseComponent)) {
+      urls.push_back(url);
+    }
   }
   return urls;
 }

@@ -138,15 +138,14 @@ std::vector<Witness> FetchWitnessFiles(const UpdateManifest& manifest, const std
                                        const std::string& channel,
                                        const std::vector<std::string>& baseUrls,
                                        const WitnessFetch& fetch) {
-  const std::array<std::string, FileNames.size()> endings = {".release.block", ".release.sig",
-                                                             "." + component + ".sha256"};
   std::vector<Witness> witnesses(baseUrls.size());
   std::vector<std::future<void>> fetches;
   for (size_t number = 0; number < witnesses.size(); ++number) {
     witnesses[number].baseUrl = baseUrls[number];
-    for (size_t index = 0; index < endings.size(); ++index) {
+    const auto urls = WitnessFileUrls(baseUrls[number], channel, manifest.version, component);
+    for (size_t index = 0; index < urls.size(); ++index) {
       WitnessFile& file = witnesses[number].files[index];
-      file.url = baseUrls[number] + "/" + channel + "/" + manifest.version + endings[index];
+      file.url = urls[index];
       fetches.push_back(std::async(std::launch::async, [&fetch, &file] {
         file.isFetched = fetch(file.url, file.body, file.fault);
       }));

@@ -39,12 +39,6 @@ bool RefuseRelease(std::string reason, std::string& error) {
   return false;
 }
 
-bool FetchSignedRelease(const std::string& releaseUrl, const WitnessFetch& fetch,
-                        SignedRelease& release, std::string& fetchError) {
-  return fetch(releaseUrl + ".release.block", release.block, fetchError) &&
-         fetch(releaseUrl + ".release.sig", release.signature, fetchError);
-}
-
 bool AgreesOnDigest(const std::string& url, const WitnessFetch& fetch,
                     const std::string& manifestDigest) {
   std::string digestText;
@@ -68,18 +62,19 @@ struct Offer {
 bool AskWitness(size_t number, const std::string& baseUrl, const Offer& offer,
                 const WitnessFetch& fetch, SignedRelease& reference, std::string& error) {
   const std::string witness = "witness " + std::to_string(number);
-  const std::string releaseUrl = baseUrl + "/" + offer.channel + "/" + offer.manifest.version;
+  const auto [blockUrl, signatureUrl, digestUrl] =
+      WitnessFileUrls(baseUrl, offer.channel, offer.manifest.version, offer.component);
   SignedRelease served;
   std::string fetchError;
-  if (!FetchSignedRelease(releaseUrl, fetch, served, fetchError)) {
+  if (!fetch(blockUrl, served.block, fetchError) ||
+      !fetch(signatureUrl, served.signature, fetchError)) {
     return RefuseQuorum(witness + " unreachable: " + fetchError, error);
   }
   if (number == 1) reference = served;
   if (served != reference) {
     return RefuseQuorum(witness + " serves a different signed release", error);
   }
-  if (!AgreesOnDigest(releaseUrl + "." + offer.component + ".sha256", fetch,
-                      offer.manifestDigest)) {
+  if (!AgreesOnDigest(digestUrl, fetch, offer.manifestDigest)) {
     const std::string which = offer.manifest.version + "/" + offer.component;
     return RefuseQuorum(witness + " disagrees for " + which, error);
   }
@@ -87,6 +82,13 @@ bool AskWitness(size_t number, const std::string& baseUrl, const Offer& offer,
 }
 
 }  // namespace
+
+std::array<std::string, 3> WitnessFileUrls(const std::string& baseUrl, const std::string& channel,
+                                           const std::string& version,
+                                           const std::string& component) {
+  const std::string start = baseUrl + "/" + channel + "/" + version + ".";
+  return {start + "release.block", start + "release.sig", start + component + ".sha256"};
+}
 
 bool VerifyReleaseQuorum(const UpdateManifest& manifest, const std::string& component,
                          const std::string& channel, const std::vector<std::string>& witnesses,

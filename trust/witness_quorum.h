@@ -1,9 +1,10 @@
 #pragma once
 
 // Decides whether an offered release may be staged: three witnesses must publish the same signed
-// release, and this release must name the digest of the offered manifest. Both functions run on
-// the caller's thread, block it for up to nine requests, one after the other, and take no lock.
+// release, and this release must name the digest of the offered manifest. A decision runs on the
+// caller's thread, blocks it for up to nine requests, one after the other, and takes no lock.
 
+#include <array>
 #include <functional>
 #include <string>
 #include <vector>
@@ -18,6 +19,12 @@ struct UpdateManifest;
 // follow "unreachable: ".
 using WitnessFetch =
     std::function<bool(const std::string& url, std::string& body, std::string& error)>;
+
+// The URLs of the three files of a release on one witness: its block, the signature of this, and
+// the digest of the manifest for a component. `baseUrl` has no slash at the end.
+std::array<std::string, 3> WitnessFileUrls(const std::string& baseUrl, const std::string& channel,
+                                           const std::string& version,
+                                           const std::string& component);
 
 // Proves a release with the witnesses and keys of this build, before anything of it is fetched or
 // written to disk. `channel` is "dev", "beta" or "prod". A refusal by a witness or a key is already
