@@ -157,19 +157,20 @@ tidy() {
     -std=c++20 -I. -Ibuild/asan/generated -DTEST_DATA_DIR='""' 2>&1 | sed '/ warnings\{0,1\} generated\.$/d'
 }
 
-quick() {
-  heading "Quick checks"
-  check 'C++ layout' cpp_layout
-  check 'includes' scripts/check-includes
-  check 'pages' scripts/check-pages
-  unit dev
-}
-
-checks() {
+quick_checks() {
   heading "Checks"
   check 'C++ layout' cpp_layout
   check 'includes' scripts/check-includes
   check 'pages' scripts/check-pages
+}
+
+quick() {
+  quick_checks
+  unit dev
+}
+
+checks() {
+  quick_checks
   check 'shell scripts' shell_check
   check 'manual pages' manual_pages
   check 'Python' python_lint
