@@ -8,8 +8,8 @@
 #
 # The last component of FOLDER is the machine's name. CHANGES is a folder with files that replace or
 # join those of the image, or empty. With IMAGE_FILE the machine's disk is a file system in this new
-# file instead of in memory. A machine that ends is booted again from the same disk when FOLDER/again
-# exists.
+# file instead of in memory. A machine that ends is booted again from the same disk when
+# FOLDER/again exists.
 set -eu
 image=$1
 folder=$2

@@ -46,8 +46,8 @@ authority unknown-authority
 certificate server lab-authority $ours
 certificate wrong-name lab-authority DNS:somebody-else.vantrell.example
 certificate unknown unknown-authority $ours
-# Only the lab's authority is trusted: the service reads all of them for each request, and a test run
-# makes thousands of requests.
+# Only the lab's authority is trusted: the service reads all of them for each request, and a test
+# run makes thousands of requests.
 sed -i 's/^[^#!]/!&/' /etc/ca-certificates.conf
 cp lab-authority.crt /usr/local/share/ca-certificates/
 update-ca-certificates

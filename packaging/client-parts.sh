@@ -208,8 +208,8 @@ write_maintainer_script() { # NAME
   {
     printf '#!/bin/sh\nset -e\n'
     [ ! -e "$ours" ] || printf '(\n%s\n)\n' "$(tail -n +2 "$ours")"
-    # Not at an upgrade: dpkg does not repair one that is interrupted in the old prerm, and a release
-    # must not be able to refuse the next one.
+    # Not at an upgrade: dpkg does not repair one that is interrupted in the old prerm, and a
+    # release must not be able to refuse the next one.
     # shellcheck disable=SC2016  # of the script
     [[ $1 != p*rm ]] || printf '[ "$1" = remove ] || [ "$1" = purge ] || exit 0\n'
     tail -n +2 "$hook"
