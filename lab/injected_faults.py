@@ -35,14 +35,13 @@ from lab.invariants import (begin_apply, client_violations, host_pid, observe,  
 from lab.machine import LAB, SOCKET, Machine, missing_requirements  # noqa: E402
 from lab.outside_world import UPDATES  # noqa: E402
 from lab.releases import cached, release  # noqa: E402
-from lab.service_view import CLIENT, CONFIG, RECORD, STATE, ask, restart  # noqa: E402
+from lab.service_view import CLIENT, CONFIG, FAILURES, RECORD, STATE, ask, restart  # noqa: E402
 from lab.update_steps import shut_window  # noqa: E402
 
 VERSIONS = ["1.1", "1.2", "1.3"]
 NOT_STAYING = "1.4"
 OPTIONS = {NOT_STAYING: ["--behaviour", "die-after 0"]}
 SETTINGS = "# of the administrator\n\nUnknown = kept # too\nChannel=prod\n"
-FAILURES = "/run/vantrell-harbor-rescue.failures"  # too many of them install another build
 ERRORS = {
     "read": "EIO", "write": "ENOSPC", "getdents64": "EIO", "fsync": "EIO", "fdatasync": "EIO",
     "openat": "EMFILE", "unlink": "EIO", "unlinkat": "EIO", "mkdir": "ENOSPC", "chmod": "EPERM",

@@ -25,6 +25,8 @@ COPY = f"{STATE}/client-rollback/previous.deb"
 INSTALL = ("install -y --allow-downgrades --no-install-recommends -o DPkg::Lock::Timeout=300 "
            "-o Dpkg::Options::=--force-confdef -o Dpkg::Options::=--force-confold").split()
 KEPT = "/var/lib/vantrell-harbor/rescue"  # packages to go back to, and what is known of the builds
+# The failures of an unproved build; three of them install the one before it.
+FAILURES = "/run/vantrell-harbor-rescue.failures"
 # Of the scripts around the service, which wait for them.
 LOCKS = ["/run/vantrell-harbor-repair.lock", "/run/vantrell-harbor-rescue.lock"]
 IDLE_THREADS = 3 if FLAVOUR == "tsan" else 2  # that sanitizer adds one of its own

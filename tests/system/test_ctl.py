@@ -155,8 +155,7 @@ def test_every_command_ends_with_a_sentence_where_the_service_cannot_help(machin
     assert control(machine, "window") == (0, "OPEN 00:00-00:00 local")
     assert control(machine, "id", "alice") == (2, NOT_ROOT)
     control(machine, "check --wait")
-    assert control(machine, "id").printed in machine.read(
-        "/var/lib/vantrell-harbor/update/install-id")
+    assert control(machine, "id").printed in machine.read(f"{STATE}/install-id")
     assert "listening on" in control(machine, "log").printed
     assert control(machine, "ring >/dev/full") == (
         2, f"{PROGRAM}: the standard output cannot be written.")

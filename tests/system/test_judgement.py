@@ -9,7 +9,7 @@ from lab import log_lines as log
 from lab.client_log import client_starts, started, told_to_end, wait_for_client
 from lab.kiosk import START_EARLY, kiosk_clients, start_kiosk
 from lab.machine import SERVICE
-from lab.service_view import COPY, records
+from lab.service_view import CLIENT_BEHAVIOUR, COPY, records
 from lab.stubs import stub
 from lab.update_steps import (accept, client_requests_apply, request_apply, said, stage,
                               start_client)
@@ -79,7 +79,7 @@ def test_all_clients_of_a_kiosk_restart_and_one_of_its_supervisor_is_judged(mach
     stage(machine, "1.1", "--postinst", START_EARLY)
     old = start_kiosk(machine, names="12")
     # Alice's client must still run while the kiosk's clients are ended, which must not signal it.
-    machine.write("/usr/share/vantrell-harbor/behaviour", "ignore-term")
+    machine.write(CLIENT_BEHAVIOUR, "ignore-term")
     alice = start_client(machine, "alice")
     story = said(machine, request_apply(machine), "ended with status")
     judged = int(story[2].split()[-1])

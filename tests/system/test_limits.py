@@ -8,7 +8,7 @@ from lab.held_install import run_at_gate, stage_held
 from lab.last_look import POWEROFF, last_look
 from lab.outside_world import DOWNLOADS, UPDATES
 from lab.releases import DEB, release
-from lab.service_view import CLIENT, until_logged
+from lab.service_view import CLIENT, CLIENT_BEHAVIOUR, until_logged
 from lab.update_steps import client_requests_apply, request_apply, said, stage, start_client
 
 pytestmark = pytest.mark.usefixtures("quiet")
@@ -49,7 +49,7 @@ def test_only_a_running_unit_of_the_same_second_keeps_a_client_from_its_start(ma
     # A unit that has failed would keep its name too.
     assert alice.run(f"systemctl --user list-units --all --no-legend '{UNIT_NAME}*'") == ""
 
-    machine.write("/usr/share/vantrell-harbor/behaviour", "stay")
+    machine.write(CLIENT_BEHAVIOUR, "stay")
     stage(machine, "1.2")
     take_unit_names(alice)
     lines = client_requests_apply(machine, alice.start([CLIENT]))

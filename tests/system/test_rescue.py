@@ -12,12 +12,11 @@ from lab.disturbances import abort_by_flood
 from lab.footprint import package_state
 from lab.machine import SERVICE
 from lab.releases import package
-from lab.service_view import (COPY, KEPT, LOCKS, RECORD, REPAIR, RESCUE, ask, digest_of,
+from lab.service_view import (COPY, FAILURES, KEPT, LOCKS, RECORD, REPAIR, RESCUE, ask, digest_of,
                               end_unexpectedly, failed_units, file_kind, restart)
 from lab.update_steps import accept, request_apply, said, stage
 
 DEAD = ("--daemon", "exit 127")
-FAILURES = "/run/vantrell-harbor-rescue.failures"
 TOLD = ("a new build of the service did not run, and the earlier one was installed again; this "
         "ends with a newer release")
 Broken = namedtuple("Broken", "version daemon ends seconds")

@@ -5,23 +5,21 @@
 namespace Vantrell::Publisher {
 namespace {
 
-const std::string Digest = "8adc4a7bac46cb184020f6429057f5318ef73b8f0986d4576d03d9469b7ed3c4";
 const std::string Zeros = std::string(64, '0');
 const std::string Component = "client-linux-amd64";
 const std::string Head = "vantrell-release-v1\n2.4.0\n";
 const std::string Block = ReleaseData("release.block");
 const std::string Signature = ReleaseData("release.sig1");
 const std::string Absent = "404";
-const std::string OtherDigest = ", but that of the offer is " + Digest;
+const std::string OtherDigest = ", but that of the offer is " + DigestOfRelease;
 const std::string Unsigned = "is not a signature of the block by a release key";
 const std::string Different = "differs from that of witness ";
-const UpdateManifest Offer = {"2.4.0", "", "", {{"harbor.deb", std::string(64, 'a'), 7, ""}}};
 const std::vector<std::string> Urls = {"https://w1", "https://w2/x", "https://w3"};
 
 // The files of three witnesses in the order of their numbers.
 using Served = std::vector<std::array<std::string, 3>>;
 
-Served Release() { return Served(3, {Block, Signature, Digest}); }
+Served Release() { return Served(3, {Block, Signature, DigestOfRelease}); }
 
 std::vector<Witness> Judged(const Served& served) {
   const auto fetch = [&served](const std::string& url, std::string& body, std::string& error) {
@@ -34,10 +32,11 @@ std::vector<Witness> Judged(const Served& served) {
     if (body == Absent) error = "HTTP 404";
     return body != Absent;
   };
-  std::vector<Witness> witnesses = FetchWitnessFiles(Offer, Component, "beta", Urls, fetch);
+  std::vector<Witness> witnesses =
+      FetchWitnessFiles(OfferOfRelease, Component, "beta", Urls, fetch);
   const std::string keys[] = {ReleaseData("release-key-1.der"), ReleaseData("release-key-2.der")};
   testing::internal::CaptureStderr();
-  JudgeWitnessFiles(Offer, Component, {KeyOf(keys[0]), KeyOf(keys[1])}, witnesses);
+  JudgeWitnessFiles(OfferOfRelease, Component, {KeyOf(keys[0]), KeyOf(keys[1])}, witnesses);
   testing::internal::GetCapturedStderr();
   return witnesses;
 }
@@ -70,8 +69,8 @@ const FileCase WrongFiles[] = {
     {BlockFile, "vantrell-release-v1\n", "has only one line"},
     {BlockFile, "vantrell-release-v1\n2.3.0\n", "is for version \"2.3.0\""},
     {BlockFile, Head, "has no line for client-linux-amd64"},
-    {BlockFile, Head + Component + "\t" + Digest,
-     "has the line \"client-linux-amd64\\x09" + Digest.substr(0, 51) +
+    {BlockFile, Head + Component + "\t" + DigestOfRelease,
+     "has the line \"client-linux-amd64\\x09" + DigestOfRelease.substr(0, 51) +
          "...\" without a well-formed digest"},
     {BlockFile, ReleaseData("mismatch.block"),
      "names the digest \"" + std::string(64, 'b') + "\"" + OtherDigest},
@@ -81,7 +80,8 @@ const FileCase WrongFiles[] = {
     {SignatureFile, ReleaseData("mismatch.sig1"), Unsigned},
     {DigestFile, Absent, "HTTP 404"},
     {DigestFile, "\x1b[2J\n", "holds \"\\x1b[2J\\x0a\" instead of a digest"},
-    {DigestFile, Digest + "  x", "has text after the digest: \"" + Digest + "  x\""},
+    {DigestFile, DigestOfRelease + "  x",
+     "has text after the digest: \"" + DigestOfRelease + "  x\""},
     {DigestFile, Zeros, "names the digest " + Zeros + OtherDigest},
 };
 
@@ -113,7 +113,7 @@ TEST(WitnessFiles, JudgesAFileByTheFilesThatAreRight) {
   const std::string wrongBlock = "block: is for version \"2.3.0\"\n";
   const std::string mismatch = "names the digest \"" + std::string(64, 'b') + "\"" + OtherDigest;
   Served two = Release();
-  two[0] = two[2] = {ReleaseData("mismatch.block"), ReleaseData("mismatch.sig1"), Digest};
+  two[0] = two[2] = {ReleaseData("mismatch.block"), ReleaseData("mismatch.sig1"), DigestOfRelease};
   EXPECT_EQ(Faults(two), "1 block: " + mismatch + "\n1 signature: is that of a wrong block\n" +
                              "3 block: " + mismatch + "\n3 signature: is that of a wrong block\n");
   Served strangers = Release();
@@ -127,13 +127,13 @@ TEST(WitnessFiles, JudgesAFileByTheFilesThatAreRight) {
 
 TEST(WitnessFiles, ShowsThatTheOfferIsWrongIfAllNameAnotherDigest) {
   Served served = Release();
-  EXPECT_EQ(OtherDigestOfAll(Offer, Component, Judged(served)), "");
+  EXPECT_EQ(OtherDigestOfAll(OfferOfRelease, Component, Judged(served)), "");
   for (auto& files : served) files[DigestFile] = Zeros;  // beside blocks that name the offer
-  EXPECT_EQ(OtherDigestOfAll(Offer, Component, Judged(served)), "");
+  EXPECT_EQ(OtherDigestOfAll(OfferOfRelease, Component, Judged(served)), "");
   for (auto& files : served) files = {ReleaseData("mismatch.block"), "", Zeros};
-  EXPECT_EQ(OtherDigestOfAll(Offer, Component, Judged(served)), Zeros);
-  served[2][DigestFile] = Digest;
-  EXPECT_EQ(OtherDigestOfAll(Offer, Component, Judged(served)), "");
+  EXPECT_EQ(OtherDigestOfAll(OfferOfRelease, Component, Judged(served)), Zeros);
+  served[2][DigestFile] = DigestOfRelease;
+  EXPECT_EQ(OtherDigestOfAll(OfferOfRelease, Component, Judged(served)), "");
 }
 
 }  // namespace

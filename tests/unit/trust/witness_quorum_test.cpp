@@ -8,7 +8,6 @@
 namespace Vantrell {
 namespace {
 
-const std::string Digest = "8adc4a7bac46cb184020f6429057f5318ef73b8f0986d4576d03d9469b7ed3c4";
 const std::string Unreachable = " unreachable: HTTP 404";
 const std::string Differs = " serves a different signed release";
 const std::string Disagrees = " disagrees for 2.4.0/client-linux-amd64";
@@ -36,7 +35,7 @@ const RequestCase Requests[] = {
 struct Quorum {
   std::string release = "release";
   std::string signature = ".sig1";
-  std::string digest = Digest;
+  std::string digest = DigestOfRelease;
   std::vector<std::string> witnesses = {"https://w1", "https://w2/x", "https://w3"};
   size_t failing = 0;  // the request, counted from 1, that is answered by a 404
   size_t altered = 0;  // the request whose answer differs in one byte
@@ -44,7 +43,6 @@ struct Quorum {
 
 void Expect(const Quorum& quorum, size_t requests, const std::string& error,
             const std::string& log) {
-  const UpdateManifest offer = {"2.4.0", "", "", {{"harbor.deb", std::string(64, 'a'), 7, ""}}};
   const std::string der = ReleaseData("release-key-1.der");
   size_t made = 0;
   const auto fetch = [&](const std::string& url, std::string& body, std::string& reason) {
@@ -57,8 +55,8 @@ void Expect(const Quorum& quorum, size_t requests, const std::string& error,
   };
   std::string actual;
   testing::internal::CaptureStderr();
-  EXPECT_EQ(VerifyReleaseQuorum(offer, "client-linux-amd64", "beta", quorum.witnesses, fetch,
-                                {KeyOf(der)}, actual),
+  EXPECT_EQ(VerifyReleaseQuorum(OfferOfRelease, "client-linux-amd64", "beta", quorum.witnesses,
+                                fetch, {KeyOf(der)}, actual),
             error.empty());
   EXPECT_EQ(testing::internal::GetCapturedStderr(), log);
   EXPECT_EQ(actual, error);
@@ -79,14 +77,14 @@ TEST(WitnessQuorum, EndsAtTheFirstRequestThatFailsOrDiffers) {
     ExpectNoQuorum({.altered = request}, given.requestsWhenAltered, given.whenAltered);
   }
   ExpectNoQuorum({.digest = ""}, 3, "1" + Disagrees);
-  ExpectNoQuorum({.digest = Digest + "  harbor.deb"}, 3, "1" + Disagrees);
+  ExpectNoQuorum({.digest = DigestOfRelease + "  harbor.deb"}, 3, "1" + Disagrees);
 }
 
 const std::string Verified = "[Update] digest signature verified against release key 1\n[Update] ";
 
 TEST(WitnessQuorum, ProvesASignedReleaseThatIsTheOffer) {
   const std::string agreed = "2.4.0/client-linux-amd64 signed by a release key and agreed by 3/3";
-  Expect({.digest = " 8ADC" + Digest.substr(4) + "\r\n"}, 9, "",
+  Expect({.digest = " 8ADC" + DigestOfRelease.substr(4) + "\r\n"}, 9, "",
          Verified + agreed + " witnesses\n");
 }
 
@@ -96,7 +94,8 @@ TEST(WitnessQuorum, RefusesAReleaseOfTwoWitnessesOrWithoutASignatureOrForAnother
   const std::string uncovered = "the signed release does not cover client-linux-amd64";
   const std::string differs =
       "the signed digest for client-linux-amd64 does not match what was offered";
-  const std::string digests = " (signed " + std::string(64, 'b') + ", offered " + Digest + ")";
+  const std::string digests =
+      " (signed " + std::string(64, 'b') + ", offered " + DigestOfRelease + ")";
   Expect({.signature = ".sig2"}, 9, stranger, "[Update] REFUSED - " + stranger + "\n");
   Expect({.release = "uncovered"}, 9, uncovered, Verified + "REFUSED - " + uncovered + "\n");
   Expect({.release = "mismatch"}, 9, differs, Verified + "REFUSED - " + differs + digests + "\n");
