@@ -86,17 +86,18 @@ def fact(number, file, version="1.1"):
     return host, f"{base}/prod/{version}.{file}"
 
 
-def manifest_entries(files, paths):
+def manifest_entries(files, paths, version="1.1"):
     """The entries of pairs of name and content, which are served under the paths."""
     return [{"name": name, "sha256": hashlib.sha256(content).hexdigest(), "size": len(content),
-             "url": f"https://{DOWNLOADS}/packages/1.1/{path}"}
+             "url": f"https://{DOWNLOADS}/packages/{version}/{path}"}
             for (name, content), path in zip(files, paths)]
 
 
-def signed_digest(entries):
-    """The digest that a release 1.1 of these manifest entries must be signed with."""
+def signed_digest(entries, version="1.1"):
+    """The digest that a release of these manifest entries must be signed with."""
     lines = {f"{entry['name']}:{entry['sha256']}:{entry['size']}" for entry in entries}
-    return hashlib.sha256("\n".join([f"1.1|{COMPONENT}", *sorted(lines)]).encode()).hexdigest()
+    text = "\n".join([f"{version}|{COMPONENT}", *sorted(lines)])
+    return hashlib.sha256(text.encode()).hexdigest()
 
 
 def manifest(version, names):
@@ -105,22 +106,22 @@ def manifest(version, names):
         {"name": name, "sha256": HASH, "url": "u"} for name in names]})
 
 
-def publish_by_hand(machine, files, key="release-1"):
-    """Publishes and offers a release 1.1 that publish-release would refuse to make.
+def publish_by_hand(machine, files, key="release-1", version="1.1", keys=KEYS):
+    """Publishes and offers a release that publish-release would refuse to make.
 
     `files` are pairs of name and content. Returns the digest.
     """
-    entries = manifest_entries(files, range(len(files)))
-    digest = signed_digest(entries)
-    block = f"vantrell-release-v1\n1.1\n{COMPONENT} {digest}\n".encode()
-    signature = subprocess.run(["openssl", "dgst", "-sha256", "-sign", KEYS / f"{key}.pem"],
+    entries = manifest_entries(files, range(len(files)), version)
+    digest = signed_digest(entries, version)
+    block = f"vantrell-release-v1\n{version}\n{COMPONENT} {digest}\n".encode()
+    signature = subprocess.run(["openssl", "dgst", "-sha256", "-sign", keys / f"{key}.pem"],
                                input=block, check=True, stdout=subprocess.PIPE).stdout
-    offer = json.dumps({"version": "1.1", "files": entries}).encode()
+    offer = json.dumps({"version": version, "files": entries}).encode()
     documents = {(UPDATES, "/offer.json"): offer}
     for number, (_, content) in enumerate(files):
-        documents[DOWNLOADS, f"/packages/1.1/{number}"] = content
+        documents[DOWNLOADS, f"/packages/{version}/{number}"] = content
     for file, content in zip(WITNESS_FILES, (block, signature, digest.encode())):
-        documents.update({fact(number, file): content for number in (1, 2, 3)})
+        documents.update({fact(number, file, version): content for number in (1, 2, 3)})
     for place, content in documents.items():
         path = machine.on_host(machine.document(*place))
         path.parent.mkdir(parents=True, exist_ok=True)
