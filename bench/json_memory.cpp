@@ -1,9 +1,8 @@
 // The memory that a parse takes at its peak, for the kinds of text that cost most: our parser
 // beside rapidjson and nlohmann-json. Each parse runs in a process of its own.
 
-#include <cstring>
-
 #include "bench/json_rivals.h"
+#include "bench/own_memory.h"
 
 namespace Vantrell {
 namespace {
@@ -39,23 +38,11 @@ std::string MakeArray(const std::string& element) {
   return text;
 }
 
-// A field of /proc/self/status, in bytes.
-double ReadStatus(const char* field) {
-  FILE* const status = fopen("/proc/self/status", "re");
-  char line[256];
-  double bytes = 0;
-  while (status != nullptr && fgets(line, sizeof line, status) != nullptr) {
-    if (strncmp(line, field, strlen(field)) == 0) bytes = 1024 * atof(line + strlen(field) + 1);
-  }
-  if (status != nullptr) fclose(status);
-  return bytes;
-}
-
 // Bytes of memory for each byte of text.
 double MeasurePeak(Parse parse, const std::string& text) {
-  const double before = ReadStatus("VmRSS");
+  const double before = ReadOwnMemory("VmRSS");
   parse(text);
-  return (ReadStatus("VmHWM") - before) / static_cast<double>(text.size());
+  return (ReadOwnMemory("VmHWM") - before) / static_cast<double>(text.size());
 }
 
 }  // namespace

@@ -5,7 +5,6 @@
 
 #include <signal.h>
 #include <spawn.h>
-#include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -14,6 +13,7 @@
 #include <vector>
 
 #include "base/deployment.h"
+#include "bench/idle_processes.h"
 #include "bench/stopwatch.h"
 #include "identity/client_process.h"
 #include "identity/kiosk_supervisor.h"
@@ -23,23 +23,6 @@ extern "C" int CountProcessesOf(const char* path);
 
 namespace Vantrell {
 namespace {
-
-std::vector<pid_t> StartProcesses(int count) {
-  std::vector<pid_t> processes;
-  while (count-- > 0) {
-    const pid_t process = fork();
-    if (process == 0) {
-      prctl(PR_SET_PDEATHSIG, SIGKILL);
-      for (;;) pause();
-    }
-    if (process < 0) {
-      perror("scan_processes: fork");
-      exit(1);
-    }
-    processes.push_back(process);
-  }
-  return processes;
-}
 
 // pgrep exits with 1 when it finds no process.
 void RunPgrep() {
@@ -66,7 +49,7 @@ void RequireNone(bool none) {
 int main(int argc, char** argv) {
   using namespace Vantrell;  // NOLINT(google-build-using-namespace): only main is outside of it
   if (argc != 3) return 2;
-  const std::vector<pid_t> processes = StartProcesses(atoi(argv[1]));
+  const std::vector<pid_t> processes = StartIdleProcesses(atoi(argv[1]));
   const auto scan = [] { RequireNone(FindClientPids(-1).empty()); };
   const auto loop = [] { RequireNone(CountProcessesOf(ClientBinaryPath) == 0); };
   for (int round = atoi(argv[2]); round > 0; --round) {
