@@ -247,6 +247,15 @@ def test_new_dependencies_are_told_and_do_not_prevent_a_release(publisher_files,
     assert result.returncode == 0
 
 
+def test_options_accept_what_is_refused_without_them(publisher_files, tmp_path):
+    result = publish(publisher_files, "conflicts.deb", "--allow-conflicts", "--previous",
+                     "good.deb", "--allow-downgrade", "--git-commit", "c0ffee",
+                     "--driver-fingerprint", "driver 7", "--output", tmp_path / "tree")
+    assert (result.returncode, result.stderr) == (0, "")
+    offer = json.loads((tmp_path / "tree/offer.json").read_text())
+    assert (offer["git_commit"], offer["driver_fingerprint"]) == ("c0ffee", "driver 7")
+
+
 def test_the_published_digest_is_that_of_a_second_computation(publisher_files, tmp_path):
     # The signed text is sorted by whole lines, in which the ":" after a name is compared too.
     files = {"b.deb": (publisher_files / "good.deb").read_bytes(), "a": b"", "a.b": b"1",
