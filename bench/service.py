@@ -38,16 +38,16 @@ def scratch():
 
 
 @contextlib.contextmanager
-def machine_with_service(built):
+def machine_with_service(built, **options):
     """A booted machine with client 1.0 and the service.
 
     It trusts all authorities of Debian, as every machine does: a request loads their certificates.
-    The machines of the tests trust only that of the lab.
+    The machines of the tests trust only that of the lab. The options go to Machine.
     """
     missing = missing_requirements()
     if missing:
         sys.exit(f"{sys.argv[0]}: {missing}")
-    with Machine() as machine:
+    with Machine(**options) as machine:
         machine.install(package("1.0", built=built))
         machine.run("sed -i 's/^!//' /etc/ca-certificates.conf && update-ca-certificates")
         yield machine
