@@ -3,8 +3,9 @@
     name  ours  rival's name  rival's figure  ratio  spread of the ratio  goal
 
 The ratio is the median of the ratios of the rounds, since the load of the machine changes between
-rounds. The spread is that of the middle half of them. No other line that a script prints has a tab
-in it. The goal is "-" where there is none, or begins with "at most" or "at least":
+rounds. The spread is that of the middle half of them. Both are "-" where the rival has a figure of
+0. No other line that a script prints has a tab in it. The goal is "-" where there is none, or
+begins with "at most" or "at least":
 
     at most 1.05          limits the ratio
     at most 16 MiB        limits our figure
@@ -18,11 +19,13 @@ from typing import NamedTuple
 
 def row(name, ours, rival, theirs, unit, goal="-"):
     """Prints the row of two lists of figures: ours and the rival's of each round, at least two."""
-    low, ratio, high = statistics.quantiles(
-        (our / their for our, their in zip(ours, theirs, strict=True)), n=4, method="inclusive")
+    ratio, spread = "-", "-"
+    if all(theirs):
+        low, middle, high = statistics.quantiles(
+            (our / their for our, their in zip(ours, theirs, strict=True)), n=4, method="inclusive")
+        ratio, spread = f"{middle:.2f}", f"{low:.2f} to {high:.2f}"
     print(name, f"{statistics.median(ours):.4g} {unit}", rival,
-          f"{statistics.median(theirs):.4g} {unit}", f"{ratio:.2f}", f"{low:.2f} to {high:.2f}",
-          goal, sep="\t", flush=True)
+          f"{statistics.median(theirs):.4g} {unit}", ratio, spread, goal, sep="\t", flush=True)
 
 
 class Row(NamedTuple):
