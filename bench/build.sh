@@ -17,6 +17,7 @@ rm -rf $built/service
 DESTDIR="$PWD/$built/service" cmake --install $built/release --prefix /usr --strip
 
 for program in fleet growth hash_file json_memory json_parse scan_processes socket_client \
-  start_child minimal_daemon minimal_server minimal_staging no_trim.so witness_files; do
+  start_child minimal_daemon minimal_server minimal_staging no_trim.so static_service \
+  witness_files; do
   cp $built/release/bench/$program $built/
 done
