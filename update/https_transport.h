@@ -23,7 +23,7 @@ size_t AppendToString(char* data, size_t size, size_t count, void* text);  // to
 size_t WriteToFile(char* data, size_t size, size_t count, void* stream);   // to a FILE
 
 // Posts `body` to "https://" + host + path, which are not checked. Does not follow redirects. With
-// an empty `bearerToken` there is no Authorization header. `timeoutMs` limits the whole transfer,
+// an empty `bearerToken` it sends no Authorization header. `timeoutMs` limits the whole transfer,
 // but libcurl waits for the look-up of the name: silent name servers can add a minute.
 HttpResult HttpsPostJson(const std::string& host, const std::string& path, const std::string& body,
                          const std::string& bearerToken, int32_t timeoutMs);
