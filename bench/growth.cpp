@@ -18,12 +18,13 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
-#include <ctime>
 #include <string>
 #include <string_view>
 
 #include "bench/idle_processes.h"
+#include "bench/manifest_text.h"
 #include "bench/own_memory.h"
+#include "bench/stopwatch.h"
 #include "identity/kiosk_supervisor.h"
 #include "trust/release_block.h"
 #include "update/installed_record.h"
@@ -33,18 +34,11 @@ namespace Vantrell {
 namespace {
 
 constexpr char Component[] = "client-linux-amd64";
-constexpr int64_t BytesOfFile = 250;  // of the text, more than each file has
 
 void Require(bool succeeded, const char* what) {
   if (succeeded) return;
   fprintf(stderr, "growth: %s\n", what);
   exit(1);
-}
-
-double ProcessorMicroseconds() {
-  timespec used = {};
-  clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &used);
-  return static_cast<double>(used.tv_sec) * 1e6 + static_cast<double>(used.tv_nsec) / 1e3;
 }
 
 // The peak of the memory is the present memory from now on.
@@ -58,9 +52,7 @@ void Measure(std::string_view text, const Action& action) {
   malloc_trim(0);
   ForgetPeak();
   const double memory = ReadOwnMemory("VmRSS");
-  const double time = ProcessorMicroseconds();
-  action();
-  const double spent = ProcessorMicroseconds() - time;
+  const double spent = ProcessorMicroseconds(action);
   printf("%zu %.1f %.0f\n", text.size(), spent, ReadOwnMemory("VmHWM") - memory);
 }
 
@@ -75,15 +67,9 @@ int64_t Scatter(int64_t index, int64_t count) {
 
 std::string ManifestText(int64_t files, const std::string& unknown) {
   std::string text = R"({"version":"2.4.0")" + unknown + R"(,"files":[)";
-  text.reserve(text.size() + static_cast<size_t>(files * BytesOfFile));
+  text.reserve(text.size() + static_cast<size_t>(files) * MostBytesOfEntry);
   for (int64_t index = 0; index < files; ++index) {
-    const long long number = Scatter(index, files);
-    char entry[BytesOfFile];
-    snprintf(entry, sizeof entry,
-             R"(%s{"name":"modules/part-%06lld.so","sha256":"%064lld","size":%lld,)"
-             R"("url":"https://downloads.vantrell.example/releases/2.4.0/modules/part-%06lld.so"})",
-             index == 0 ? "" : ",", number, number, 40000 + number * 17, number);
-    text += entry;
+    text += (index == 0 ? "" : ",") + ManifestEntry(Scatter(index, files));
   }
   return text + "]}";
 }

@@ -1,9 +1,9 @@
 // The processor time to parse manifests of 100 to 100 000 files and to free the value: our parser
 // beside rapidjson and nlohmann-json. Each parse runs in a process of its own.
 
-#include <ctime>
-
 #include "bench/json_rivals.h"
+#include "bench/manifest_text.h"
+#include "bench/stopwatch.h"
 
 namespace Vantrell {
 namespace {
@@ -17,26 +17,13 @@ constexpr int MostRounds = 101;
 std::string MakeManifest(int files) {
   std::string text = R"({"version":"2.4.0","git_commit":"","driver_fingerprint":"","files":[)";
   for (int number = 0; number < files; ++number) {
-    char entry[256];
-    snprintf(entry, sizeof entry,
-             R"(%s{"name":"modules/part-%06d.so","sha256":"%064d","size":%d,)"
-             R"("url":"https://downloads.vantrell.example/releases/2.4.0/modules/part-%06d.so"})",
-             number == 0 ? "" : ",", number, number, 40000 + number * 17, number);
-    text += entry;
+    text += (number == 0 ? "" : ",") + ManifestEntry(number);
   }
   return text + "]}";
 }
 
-double ReadMilliseconds() {
-  timespec used = {};
-  clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &used);
-  return static_cast<double>(used.tv_sec) * 1e3 + static_cast<double>(used.tv_nsec) / 1e6;
-}
-
 double MeasureTime(Parse parse, const std::string& text) {
-  const double before = ReadMilliseconds();
-  parse(text);
-  return ReadMilliseconds() - before;
+  return ProcessorMicroseconds([&] { parse(text); }) / 1e3;
 }
 
 }  // namespace

@@ -2,6 +2,7 @@
 
 import contextlib
 import pathlib
+import re
 import signal
 import subprocess
 import sys
@@ -80,6 +81,12 @@ def processor_seconds(machine, group=None):
     """The processor time that a control group has used so far: the service's, if none is given."""
     group = group or service_view.service_group(machine)
     return int((group / "cpu.stat").read_text().split()[1]) / 1e6
+
+
+def wire_bytes(machine):
+    """What the loopback device has carried so far: each packet once, requests and replies."""
+    carried = pathlib.Path(f"/proc/{machine.leader}/net/dev").read_text()
+    return int(re.search(r"lo:\s+(\d+)", carried)[1])
 
 
 def hold_sessions(machine, count):

@@ -5,13 +5,12 @@ nginx and wrk share the processors, so the rate is what both reach together. The
 request is that of its control group, the kernel's work for it included.
 """
 
-import pathlib
 import re
 import subprocess
 import sys
 from typing import NamedTuple
 
-from service import BUILT  # finds the lab, too
+from service import BUILT, processor_seconds, wire_bytes  # finds the lab, too
 from lab.machine import Machine, missing_requirements
 from lab.outside_world import CHECK_PATH, DOWNLOADS, UPDATES
 from lab.reference_servers import ReferenceServers, text_of_check
@@ -48,12 +47,10 @@ def measure(machine, load, script, new_connections):
         lines.append('wrk.headers["Connection"] = "close"')
     script.write_text("\n".join(lines))
 
-    group = machine.on_host("/sys/fs/cgroup/system.slice/nginx.service/cpu.stat")
-    network = pathlib.Path(f"/proc/{machine.leader}/net/dev")
+    group = machine.on_host("/sys/fs/cgroup/system.slice/nginx.service")
 
     def used():
-        sent = re.search(r"lo:\s+(\d+)", network.read_text())[1]
-        return int(group.read_text().split()[1]), int(sent)
+        return processor_seconds(machine, group) * 1e6, wire_bytes(machine)
 
     before = used()
     report = subprocess.run(

@@ -8,8 +8,6 @@ of Debian. The proof is measured once more with only the lab's authority: the di
 of the certificate bundle, nine times.
 """
 
-import pathlib
-import re
 import shutil
 import sys
 import time
@@ -30,28 +28,23 @@ TIMEFORMAT='%3R %3U %3S'
 time curl --silent --fail --user-agent "$1" --header "Content-Type: $2" --data "$3" "$4" """
 
 
-def wire_bytes(machine):
-    """What the loopback device has carried so far: each packet once, requests and replies."""
-    return int(re.search(r"lo:\s+(\d+)", pathlib.Path(
-        f"/proc/{machine.leader}/net/dev").read_text())[1])
-
-
 def measure_pass(machine, process):
     """Milliseconds, milliseconds of the processor, and bytes."""
     service.wait_until_idle(process)
-    spent, sent, start = service.processor_seconds(machine), wire_bytes(machine), time.monotonic()
+    spent, sent = service.processor_seconds(machine), service.wire_bytes(machine)
+    start = time.monotonic()
     ask(machine, "CHECK")
     service.wait_until_idle(process, interval=0.001)
     taken, spent = time.monotonic() - start, service.processor_seconds(machine) - spent
-    return taken * 1e3, spent * 1e3, wire_bytes(machine) - sent
+    return taken * 1e3, spent * 1e3, service.wire_bytes(machine) - sent
 
 
 def measure_curl(machine, request):
-    sent = wire_bytes(machine)
+    sent = service.wire_bytes(machine)
     printed = machine.run(["/run/timed-curl", request.agent, request.type, request.body,
                            f"https://{UPDATES}{CHECK_PATH}"])
     seconds, *spent = map(float, printed.split())
-    return seconds * 1e3, sum(spent) * 1e3, wire_bytes(machine) - sent
+    return seconds * 1e3, sum(spent) * 1e3, service.wire_bytes(machine) - sent
 
 
 def compare_passes(machine):
